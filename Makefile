@@ -1,0 +1,50 @@
+# Front door of the project: installs what is missing, configures CMake,
+# builds and runs.  `make demo` and `make test` are the two commands a
+# newcomer needs; everything else is for developers.
+
+JOBS      ?= $(shell nproc)
+SANITIZE  ?=
+BUILD_TYPE ?= RelWithDebInfo
+FILE      ?=
+
+ifeq ($(SANITIZE),)
+  BUILD_DIR ?= build
+else ifeq ($(SANITIZE),address)
+  BUILD_DIR ?= build-asan
+else ifeq ($(SANITIZE),thread)
+  BUILD_DIR ?= build-tsan
+else
+  $(error SANITIZE must be empty, 'address' or 'thread')
+endif
+
+export JAVA_HOME ?= /usr/lib/jvm/java-17-openjdk-amd64
+
+CMAKE_FLAGS = -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DROTAVOX_SANITIZE=$(SANITIZE)
+
+.PHONY: all deps configure build test demo bench fuzz soak clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+configure: deps
+	@cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS) > $(BUILD_DIR).configure.log 2>&1 \
+	  || { cat $(BUILD_DIR).configure.log; exit 1; }
+
+build: configure
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+# Every test under ctest.  CTEST_ARGS lets a developer narrow it down,
+# e.g. make test CTEST_ARGS='-R MediaBufferCache'.
+test: build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout 600 $(CTEST_ARGS)
+
+demo: build
+	scripts/demo $(BUILD_DIR) $(FILE)
+
+bench: build
+	scripts/bench $(BUILD_DIR)
+
+clean:
+	rm -rf build build-asan build-tsan build*.configure.log

@@ -1,0 +1,29 @@
+# Third-party pieces of the host platform: Debian's Android libraries, FFmpeg,
+# SDL2, GoogleTest.  Debian ships the Android libraries without pkg-config or
+# CMake files, in an android/ folder outside the loader's path, hence the rpath.
+
+set(ANDROID_INCLUDE_DIR /usr/include/android)
+set(ANDROID_LIB_DIR /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android)
+if(NOT EXISTS ${ANDROID_INCLUDE_DIR}/utils/RefBase.h)
+  message(FATAL_ERROR "Debian's android-libutils-dev is missing (run scripts/install-deps)")
+endif()
+
+foreach(lib utils log cutils)
+  add_library(android::${lib} SHARED IMPORTED GLOBAL)
+  set_target_properties(android::${lib} PROPERTIES
+    IMPORTED_LOCATION ${ANDROID_LIB_DIR}/lib${lib}.so
+    INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${ANDROID_INCLUDE_DIR}
+    INTERFACE_INCLUDE_DIRECTORIES ${ANDROID_INCLUDE_DIR})
+endforeach()
+set(CMAKE_BUILD_RPATH ${ANDROID_LIB_DIR})
+set(CMAKE_INSTALL_RPATH ${ANDROID_LIB_DIR})
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswresample)
+pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
+find_package(Threads REQUIRED)
+find_package(GTest REQUIRED)
+
+# Warnings are errors in our own code only; the platform headers come in as
+# system headers.
+set(ROTAVOX_WARNINGS -Wall -Werror)

@@ -1,0 +1,20 @@
+# rotavox_test(NAME <name> SOURCES <files...> [LIBS <targets...>] [LABELS <labels...>]
+#              [TIMEOUT <seconds>])
+# One GoogleTest executable, registered as one ctest test of the same name.
+# Every test executable links the log capture (host/testing), so tests can
+# look at the log lines the code under test writes.
+function(rotavox_test)
+  cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  add_executable(${T_NAME} ${T_SOURCES})
+  target_compile_options(${T_NAME} PRIVATE ${ROTAVOX_WARNINGS})
+  target_link_libraries(${T_NAME} PRIVATE rotavox_testing ${T_LIBS} GTest::gmock GTest::gtest_main Threads::Threads)
+  add_test(NAME ${T_NAME} COMMAND ${T_NAME})
+  set_tests_properties(${T_NAME} PROPERTIES
+    ENVIRONMENT "ROTAVOX_FIXTURES=${CMAKE_BINARY_DIR}/fixtures;ROTAVOX_PROPERTIES_FILE=;AUDIO_SINK=null")
+  if(T_LABELS)
+    set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}")
+  endif()
+  if(T_TIMEOUT)
+    set_tests_properties(${T_NAME} PROPERTIES TIMEOUT ${T_TIMEOUT})
+  endif()
+endfunction()
