@@ -10,7 +10,7 @@ function(rotavox_test)
   target_link_libraries(${T_NAME} PRIVATE rotavox_testing ${T_LIBS} GTest::gmock GTest::gtest_main Threads::Threads)
   add_test(NAME ${T_NAME} COMMAND ${T_NAME})
   set_tests_properties(${T_NAME} PROPERTIES
-    ENVIRONMENT "ROTAVOX_FIXTURES=${CMAKE_BINARY_DIR}/fixtures;ROTAVOX_PROPERTIES_FILE=;AUDIO_SINK=null")
+    ENVIRONMENT "ROTAVOX_FIXTURES=${CMAKE_BINARY_DIR}/fixtures;ROTAVOX_PROPERTIES_FILE=;ROTAVOX_PROPERTIES=host.audio.sink=null")
   if(T_LABELS)
     set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}")
   endif()
