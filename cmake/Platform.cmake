@@ -26,4 +26,12 @@ find_package(GTest REQUIRED)
 
 # Warnings are errors in our own code only; the platform headers come in as
 # system headers.
-set(ROTAVOX_WARNINGS -Wall -Werror)
+# -Wno-multichar as in the platform's own build: media keys and message codes
+# are four-character constants ('mime', 'seek').
+set(ROTAVOX_WARNINGS -Wall -Werror -Wno-multichar)
+
+# find_package(JNI) needs JAVA_HOME; Debian's OpenJDK 17 is the one the
+# project installs (other JDKs a machine may carry are ignored).
+if(NOT DEFINED ENV{JAVA_HOME} AND EXISTS /usr/lib/jvm/java-17-openjdk-amd64)
+  set(ENV{JAVA_HOME} /usr/lib/jvm/java-17-openjdk-amd64)
+endif()
