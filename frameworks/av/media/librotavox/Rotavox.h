@@ -1,0 +1,162 @@
+#pragma once
+
+#include <atomic>
+#include <stdint.h>
+
+#include <utils/Condition.h>
+#include <utils/Errors.h>
+#include <utils/Mutex.h>
+#include <utils/RefBase.h>
+
+#include "TimedEventQueue.h"
+
+namespace android {
+
+class AudioTrack;
+class DataSource;
+class MediaBuffer;
+class MediaPlayerBase;
+class RotavoxSource;
+struct MediaSource;
+struct NuMediaExtractor;
+
+// The player behind one Java Rotavox object: it owns the extractor, the
+// decoder, the scratch source that plays PCM forward and backward, and the
+// audio output, and runs its preparation and status watchdog on a private
+// event queue.  Not reference counted: the Java binding creates and deletes
+// it.
+//
+// Threads: Java callers (public operations, which take mLock), the queue's
+// thread (prepare event, watchdog) and the AudioTrack callback thread, which
+// takes no lock and touches only mSource, mInputBuffer and mAudioPaused.
+class Rotavox {
+public:
+    enum {
+        PLAYING = 0x0001,
+        PREPARING = 0x0008,
+        PREPARED = 0x0010,
+        PREPARE_CANCELLED = 0x0040,
+        PREPARING_CONNECTED = 0x0800,
+        AUDIO_RUNNING = 0x2000,
+    };
+
+    enum FlagMode {
+        SET,
+        CLEAR,
+        ASSIGN,
+    };
+
+    Rotavox();
+    ~Rotavox();
+
+    void setListener(const wp<MediaPlayerBase>& listener);
+
+    status_t setDataSource(int fd, int64_t offset, int64_t length);
+    status_t setDataSource(const char* path);
+    status_t setDataSource_l(const sp<DataSource>& dataSource);
+
+    status_t prepare();
+    status_t prepare_l();
+    status_t prepareAsync();
+    status_t prepareAsync_l();
+
+    status_t play();
+    status_t play_l();
+    status_t pause();
+    status_t pause_l();
+
+    // Positions go in as milliseconds; getPosition answers in microseconds.
+    status_t setPosition(int64_t positionMs);
+    status_t setPosition_l(int64_t positionMs);
+
+    // Signed speeds in thousandths of normal speed, clamped to +-10000.
+    status_t forward(int permille);
+    status_t rewind(int permille);
+    status_t setPlaybackRatePermille(int permille);
+    status_t setPlaybackRatePermille_l(int permille);
+
+    int64_t getPosition();
+    status_t getDuration(int64_t* durationUs);
+    bool isPlaying() const;
+
+    void reset();
+    void reset_l();
+
+    void modifyFlags(unsigned value, FlagMode mode);
+    // The flag word is deliberately not exposed.
+    uint32_t flags() const;
+
+    void cancelPlayerEvents(bool keepNotifications = false);
+    void postAudioEOS(int64_t delayUs = 0);
+
+    static void AudioCallback(int event, void* user, void* info);
+
+    // The binding takes the player's lock itself around setPosition_l and
+    // reset_l, and stamps the last-call time before it does.
+    Mutex mLock;
+
+private:
+    friend struct RotavoxEvent;
+    friend struct RotavoxTestPeer;
+
+    TimedEventQueue mQueue;  // guarded by its own lock
+    bool mQueueStarted;
+
+    // Guarded by mLock unless noted.  Fields that are read without the lock
+    // by design (getPosition, getDuration, isPlaying, the unguarded pause of
+    // setPlaybackRatePermille(0), the audio callback) are atomics, relaxed:
+    // the behaviour is the plain one, minus the data race.
+    wp<MediaPlayerBase> mListener;
+    std::atomic<int32_t> mStartedGeneration;
+    std::atomic<int32_t> mPlayGeneration;
+    std::atomic<int64_t> mSeekPositionUs;
+    std::atomic<status_t> mStatus;
+    size_t mAudioTrackIndex;
+    sp<MediaSource> mAudioSource;
+    sp<RotavoxSource> mSource;
+    sp<AudioTrack> mAudioTrack;
+    MediaBuffer* mInputBuffer;  // audio callback thread only, until reset
+    std::atomic<bool> mAudioPaused;
+    std::atomic<int64_t> mDurationUs;
+    std::atomic<uint32_t> mFlags;
+    sp<TimedEventQueue::Event> mAsyncPrepareEvent;
+    Condition mPreparedCondition;  // waits with mLock, monotonic clock
+    bool mIsAsyncPrepare;
+    status_t mPrepareResult;
+    sp<NuMediaExtractor> mExtractor;
+
+public:
+    // Wall-clock time of the application's last transport call; written
+    // without the lock by setPosition and the binding.
+    std::atomic<int64_t> mLastCallTimeUs;
+
+private:
+    sp<TimedEventQueue::Event> mCheckStatusEvent;
+
+    status_t setDataSource_l(const sp<NuMediaExtractor>& extractor);
+    status_t initAudioDecoder();
+
+    void onPrepareAsyncEvent();
+    void beginPrepareAsync_l();
+    void finishAsyncPrepare_l();
+    void abortPrepare(status_t err);
+    status_t ready_l();
+    void createRotavoxSource_l();
+
+    void createAudioPlayer_l();
+    status_t startAudioPlayer_l(bool sendErrorNotification = true);
+    void notifyIfMediaStarted_l();
+    void AudioCallback(int event, void* info);
+    size_t fillBuffer(void* data, size_t size);
+
+    void notifyListener_l(int msg, int ext1 = 0, int ext2 = 0);
+    void postCheckStatusEvent_l(int64_t delayUs);
+    void onCheckStatus();
+
+    static int64_t wallClockNowUs();
+
+    Rotavox(const Rotavox&) = delete;
+    Rotavox& operator=(const Rotavox&) = delete;
+};
+
+}  // namespace android
