@@ -1,0 +1,79 @@
+// The platform's plain media buffer: either owns a heap block or wraps memory
+// that stays the caller's.
+
+#ifndef MEDIA_BUFFER_H_
+#define MEDIA_BUFFER_H_
+
+#include <atomic>
+
+#include <media/stagefright/MediaBufferBase.h>
+#include <utils/Errors.h>
+
+namespace android {
+
+class MetaDataBase;
+
+class MediaBuffer : public MediaBufferBase {
+public:
+    // The platform moves allocations of this size or more into shared memory;
+    // the host keeps every buffer on the heap.
+    static const size_t kSharedMemThreshold = 64 * 1024;
+
+    // The underlying data remain the responsibility of the caller.
+    MediaBuffer(void* data, size_t size);
+
+    explicit MediaBuffer(size_t size);
+
+    virtual void release() override;
+    virtual void add_ref() override;
+
+    virtual void* data() const override;
+    virtual size_t size() const override;
+
+    virtual size_t range_offset() const override;
+    virtual size_t range_length() const override;
+
+    virtual void set_range(size_t offset, size_t length) override;
+
+    virtual MetaDataBase& meta_data() override;
+
+    virtual void reset() override;
+
+    virtual void setObserver(MediaBufferObserver* group) override;
+
+    // A new buffer over the same data with its own range and a copy of the
+    // meta data; it holds a reference on this buffer until it is destroyed.
+    MediaBuffer* clone();
+
+    virtual int localRefcount() const override { return mRefCount.load(); }
+    virtual int remoteRefcount() const override { return 0; }
+
+    // Whether construction obtained the memory (false after a failed
+    // allocation of an owning buffer).
+    status_t initCheck() const { return mData != nullptr || mSize == 0 ? OK : NO_MEMORY; }
+
+protected:
+    // Destroyed through release(), never directly.
+    virtual ~MediaBuffer();
+
+    MediaBufferObserver* observer() const { return mObserver; }
+
+private:
+    MediaBufferObserver* mObserver;
+    std::atomic<int> mRefCount;
+
+    void* mData;
+    size_t mSize, mRangeOffset, mRangeLength;
+    bool mOwnsData;
+
+    MetaDataBase* mMetaData;
+
+    MediaBuffer* mOriginal;
+
+    MediaBuffer(const MediaBuffer&);
+    MediaBuffer& operator=(const MediaBuffer&);
+};
+
+}  // namespace android
+
+#endif  // MEDIA_BUFFER_H_

@@ -1,0 +1,97 @@
+// Status codes of the media framework, with the platform's values.
+
+#ifndef MEDIA_ERRORS_H_
+#define MEDIA_ERRORS_H_
+
+#include <utils/Errors.h>
+
+namespace android {
+
+enum {
+    MEDIA_ERROR_BASE        = -1000,
+
+    ERROR_ALREADY_CONNECTED = MEDIA_ERROR_BASE,
+    ERROR_NOT_CONNECTED     = MEDIA_ERROR_BASE - 1,
+    ERROR_UNKNOWN_HOST      = MEDIA_ERROR_BASE - 2,
+    ERROR_CANNOT_CONNECT    = MEDIA_ERROR_BASE - 3,
+    ERROR_IO                = MEDIA_ERROR_BASE - 4,
+    ERROR_CONNECTION_LOST   = MEDIA_ERROR_BASE - 5,
+    ERROR_MALFORMED         = MEDIA_ERROR_BASE - 7,
+    ERROR_OUT_OF_RANGE      = MEDIA_ERROR_BASE - 8,
+    ERROR_BUFFER_TOO_SMALL  = MEDIA_ERROR_BASE - 9,
+    ERROR_UNSUPPORTED       = MEDIA_ERROR_BASE - 10,
+    ERROR_END_OF_STREAM     = MEDIA_ERROR_BASE - 11,
+
+    // Not technically errors.
+    INFO_FORMAT_CHANGED         = MEDIA_ERROR_BASE - 12,
+    INFO_DISCONTINUITY          = MEDIA_ERROR_BASE - 13,
+    INFO_OUTPUT_BUFFERS_CHANGED = MEDIA_ERROR_BASE - 14,
+
+    // Kept in step with the DRM framework's codes.
+    DRM_ERROR_BASE = -2000,
+
+    ERROR_DRM_UNKNOWN                       = DRM_ERROR_BASE,
+    ERROR_DRM_NO_LICENSE                    = DRM_ERROR_BASE - 1,
+    ERROR_DRM_LICENSE_EXPIRED               = DRM_ERROR_BASE - 2,
+    ERROR_DRM_SESSION_NOT_OPENED            = DRM_ERROR_BASE - 3,
+    ERROR_DRM_DECRYPT_UNIT_NOT_INITIALIZED  = DRM_ERROR_BASE - 4,
+    ERROR_DRM_DECRYPT                       = DRM_ERROR_BASE - 5,
+    ERROR_DRM_CANNOT_HANDLE                 = DRM_ERROR_BASE - 6,
+    ERROR_DRM_TAMPER_DETECTED               = DRM_ERROR_BASE - 7,
+    ERROR_DRM_NOT_PROVISIONED               = DRM_ERROR_BASE - 8,
+    ERROR_DRM_DEVICE_REVOKED                = DRM_ERROR_BASE - 9,
+    ERROR_DRM_RESOURCE_BUSY                 = DRM_ERROR_BASE - 10,
+    ERROR_DRM_INSUFFICIENT_OUTPUT_PROTECTION = DRM_ERROR_BASE - 11,
+    ERROR_DRM_SESSION_LOST_STATE            = DRM_ERROR_BASE - 12,
+    ERROR_DRM_LAST_USED_ERRORCODE           = DRM_ERROR_BASE - 12,
+
+    ERROR_DRM_VENDOR_MAX                    = DRM_ERROR_BASE - 500,
+    ERROR_DRM_VENDOR_MIN                    = DRM_ERROR_BASE - 999,
+
+    // Heartbeat error codes.
+    HEARTBEAT_ERROR_BASE = -3000,
+    ERROR_HEARTBEAT_TERMINATE_REQUESTED     = HEARTBEAT_ERROR_BASE,
+
+    // Conditional access error codes.
+    ERROR_CAS_UNKNOWN                       = -4000,
+    ERROR_CAS_LAST_USED_ERRORCODE           = -4000 - 14,
+    ERROR_CAS_VENDOR_MAX                    = -4000 - 500,
+    ERROR_CAS_VENDOR_MIN                    = -4000 - 999,
+
+    // Codec errors are permitted from 0x80001000 through 0x9000FFFF.
+    ERROR_CODEC_MAX    = (signed)0x9000FFFF,
+    ERROR_CODEC_MIN    = (signed)0x80001000,
+
+    // Other services' errors are permitted from 0x90010000 through 0xFFFFFFFF.
+    ERROR_OTHER_SERVICES_MIN = (signed)0x90010000,
+};
+
+static inline bool isCryptoError(status_t err) {
+    return (ERROR_DRM_LAST_USED_ERRORCODE <= err && err <= ERROR_DRM_UNKNOWN) ||
+           (ERROR_DRM_VENDOR_MIN <= err && err <= ERROR_DRM_VENDOR_MAX);
+}
+
+// Short name of a media status, for log lines.
+static inline const char* StrMediaError(status_t err) {
+    switch (err) {
+        case ERROR_ALREADY_CONNECTED: return "ERROR_ALREADY_CONNECTED";
+        case ERROR_NOT_CONNECTED: return "ERROR_NOT_CONNECTED";
+        case ERROR_UNKNOWN_HOST: return "ERROR_UNKNOWN_HOST";
+        case ERROR_CANNOT_CONNECT: return "ERROR_CANNOT_CONNECT";
+        case ERROR_IO: return "ERROR_IO";
+        case ERROR_CONNECTION_LOST: return "ERROR_CONNECTION_LOST";
+        case ERROR_MALFORMED: return "ERROR_MALFORMED";
+        case ERROR_OUT_OF_RANGE: return "ERROR_OUT_OF_RANGE";
+        case ERROR_BUFFER_TOO_SMALL: return "ERROR_BUFFER_TOO_SMALL";
+        case ERROR_UNSUPPORTED: return "ERROR_UNSUPPORTED";
+        case ERROR_END_OF_STREAM: return "ERROR_END_OF_STREAM";
+        case INFO_FORMAT_CHANGED: return "INFO_FORMAT_CHANGED";
+        case INFO_DISCONTINUITY: return "INFO_DISCONTINUITY";
+        case INFO_OUTPUT_BUFFERS_CHANGED: return "INFO_OUTPUT_BUFFERS_CHANGED";
+        default: return "(unknown media error)";
+    }
+}
+
+}  // namespace android
+
+#endif  // MEDIA_ERRORS_H_
