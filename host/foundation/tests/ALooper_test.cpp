@@ -1,0 +1,542 @@
+#define LOG_TAG "ALooper_test"
+
+#include <media/stagefright/foundation/ADebug.h>
+#include <media/stagefright/foundation/AHandler.h>
+#include <media/stagefright/foundation/AHandlerReflector.h>
+#include <media/stagefright/foundation/ALooper.h>
+#include <media/stagefright/foundation/AMessage.h>
+
+#include <errno.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "LogCapture.h"
+
+namespace android {
+namespace {
+
+// Generous bound for waits that must succeed; it only matters when a test fails.
+constexpr nsecs_t kWaitNs = 10000000000LL;
+
+pid_t currentTid() {
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+struct Delivery {
+    uint32_t what;
+    int32_t seq;
+    int32_t sender;
+    int64_t atUs;
+    pid_t tid;
+};
+
+// Records every message it receives and lets a test wait for a count.
+struct RecordingHandler : public AHandler {
+    std::vector<Delivery> deliveries() {
+        Mutex::Autolock autoLock(mLock);
+        return mDeliveries;
+    }
+
+    bool waitForCount(size_t n) {
+        Mutex::Autolock autoLock(mLock);
+        while (mDeliveries.size() < n) {
+            if (mChanged.waitRelative(mLock, kWaitNs) != OK) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    size_t count() {
+        Mutex::Autolock autoLock(mLock);
+        return mDeliveries.size();
+    }
+
+    std::atomic<int> mInFlight{0};
+    std::atomic<bool> mOverlapSeen{false};
+
+protected:
+    void onMessageReceived(const sp<AMessage> &msg) override {
+        if (mInFlight.fetch_add(1) != 0) {
+            mOverlapSeen = true;
+        }
+        Delivery d;
+        d.what = msg->what();
+        d.seq = -1;
+        d.sender = -1;
+        msg->findInt32("seq", &d.seq);
+        msg->findInt32("sender", &d.sender);
+        d.atUs = ALooper::GetNowUs();
+        d.tid = currentTid();
+        {
+            Mutex::Autolock autoLock(mLock);
+            mDeliveries.push_back(d);
+        }
+        mChanged.broadcast();
+        mInFlight.fetch_sub(1);
+    }
+
+private:
+    Mutex mLock;  // guards mDeliveries
+    Condition mChanged;
+    std::vector<Delivery> mDeliveries;
+};
+
+class LooperTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        mLooper = new ALooper;
+        mLooper->setName("fnd-test");
+        mHandler = new RecordingHandler;
+        mLooper->registerHandler(mHandler);
+    }
+
+    void TearDown() override {
+        if (mLooper != NULL) {
+            mLooper->unregisterHandler(mHandler->id());
+            mLooper->stop();
+        }
+    }
+
+    sp<ALooper> mLooper;
+    sp<RecordingHandler> mHandler;
+};
+
+TEST_F(LooperTest, DelayedMessagesArriveInDueOrderAndNotEarly) {
+    // Delays 15 ms apart, posted in a shuffled order before the thread runs.
+    const int64_t delaysMs[] = {60, 15, 45, 0, 30, 75, 90};
+    const size_t n = sizeof(delaysMs) / sizeof(delaysMs[0]);
+    std::vector<int64_t> postedAtUs(n);
+    for (size_t i = 0; i < n; ++i) {
+        sp<AMessage> msg = new AMessage('dlay', mHandler);
+        msg->setInt32("seq", i);
+        postedAtUs[i] = ALooper::GetNowUs();
+        ASSERT_EQ(OK, msg->post(delaysMs[i] * 1000));
+    }
+    ASSERT_EQ(OK, mLooper->start());
+    ASSERT_TRUE(mHandler->waitForCount(n));
+
+    std::vector<Delivery> got = mHandler->deliveries();
+    for (size_t i = 0; i < n; ++i) {
+        int32_t seq = got[i].seq;
+        if (i > 0) {
+            EXPECT_LT(delaysMs[got[i - 1].seq], delaysMs[seq]) << "position " << i;
+        }
+        EXPECT_GE(got[i].atUs, postedAtUs[seq] + delaysMs[seq] * 1000) << "seq " << seq;
+    }
+}
+
+TEST_F(LooperTest, LaterPostWithShorterDelayOvertakesEarlierOne) {
+    ASSERT_EQ(OK, mLooper->start());
+    sp<AMessage> slow = new AMessage('slow', mHandler);
+    sp<AMessage> fast = new AMessage('fast', mHandler);
+    ASSERT_EQ(OK, slow->post(200000));
+    ASSERT_EQ(OK, fast->post(0));
+    ASSERT_TRUE(mHandler->waitForCount(2));
+    std::vector<Delivery> got = mHandler->deliveries();
+    EXPECT_EQ((uint32_t)'fast', got[0].what);
+    EXPECT_EQ((uint32_t)'slow', got[1].what);
+}
+
+TEST_F(LooperTest, EqualDueTimesKeepPostingOrderPerSender) {
+    const int kSenders = 4;
+    const int kPerSender = 300;
+    ASSERT_EQ(OK, mLooper->start());
+    std::vector<std::thread> senders;
+    for (int s = 0; s < kSenders; ++s) {
+        senders.emplace_back([this, s] {
+            for (int i = 0; i < kPerSender; ++i) {
+                sp<AMessage> msg = new AMessage('fifo', mHandler);
+                msg->setInt32("sender", s);
+                msg->setInt32("seq", i);
+                EXPECT_EQ(OK, msg->post());
+            }
+        });
+    }
+    for (std::thread &t : senders) {
+        t.join();
+    }
+    ASSERT_TRUE(mHandler->waitForCount(kSenders * kPerSender));
+
+    std::vector<int> next(kSenders, 0);
+    for (const Delivery &d : mHandler->deliveries()) {
+        ASSERT_GE(d.sender, 0);
+        EXPECT_EQ(next[d.sender], d.seq) << "sender " << d.sender;
+        next[d.sender] = d.seq + 1;
+    }
+    EXPECT_FALSE(mHandler->mOverlapSeen);
+}
+
+TEST_F(LooperTest, DeliversOneAtATimeOnANamedThreadWithItsPriority) {
+    // Lowering a thread's priority is always permitted, so the request is
+    // observable on any host.
+    ASSERT_EQ(OK, mLooper->start(false, false, PRIORITY_LOWEST));
+
+    struct Probe : public AHandler {
+        Mutex mLock;  // guards the fields below
+        Condition mDone;
+        bool mReady = false;
+        std::string mName;
+        int mNice = 0;
+        pid_t mTid = 0;
+
+    protected:
+        void onMessageReceived(const sp<AMessage> &) override {
+            char name[17] = {};
+            prctl(PR_GET_NAME, name, 0, 0, 0);
+            Mutex::Autolock autoLock(mLock);
+            mName = name;
+            errno = 0;
+            mNice = getpriority(PRIO_PROCESS, currentTid());
+            mTid = currentTid();
+            mReady = true;
+            mDone.broadcast();
+        }
+    };
+    sp<Probe> probe = new Probe;
+    mLooper->registerHandler(probe);
+    ASSERT_EQ(OK, (new AMessage('prob', probe))->post());
+    {
+        Mutex::Autolock autoLock(probe->mLock);
+        while (!probe->mReady) {
+            ASSERT_EQ(OK, probe->mDone.waitRelative(probe->mLock, kWaitNs));
+        }
+        EXPECT_EQ("fnd-test", probe->mName);
+        EXPECT_EQ(PRIORITY_LOWEST, probe->mNice);
+        EXPECT_NE(currentTid(), probe->mTid);
+    }
+    mLooper->unregisterHandler(probe->id());
+}
+
+TEST_F(LooperTest, StartTwiceAndStopWhenIdleAreRefused) {
+    EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
+    ASSERT_EQ(OK, mLooper->start());
+    EXPECT_EQ(INVALID_OPERATION, mLooper->start());
+    EXPECT_EQ(OK, mLooper->stop());
+    EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
+    // A stopped looper can run again.
+    ASSERT_EQ(OK, mLooper->start());
+    ASSERT_EQ(OK, (new AMessage('agn', mHandler))->post());
+    EXPECT_TRUE(mHandler->waitForCount(1));
+}
+
+// Signals when the last reference to it goes away.
+struct Sentinel : public RefBase {
+    explicit Sentinel(std::atomic<bool> *gone) : mGone(gone) {}
+    ~Sentinel() override { *mGone = true; }
+    std::atomic<bool> *mGone;
+};
+
+TEST_F(LooperTest, StopJoinsAndDropsQueuedMessages) {
+    ASSERT_EQ(OK, mLooper->start());
+    std::atomic<bool> gone{false};
+    {
+        sp<AMessage> msg = new AMessage('late', mHandler);
+        msg->setObject("sentinel", new Sentinel(&gone));
+        ASSERT_EQ(OK, msg->post(60 * 1000000LL));
+    }
+    EXPECT_FALSE(gone);
+    ASSERT_EQ(OK, mLooper->stop());
+    // The queue let go of the message, and with it of what it carried.
+    EXPECT_TRUE(gone);
+    EXPECT_EQ(0u, mHandler->count());
+}
+
+TEST_F(LooperTest, RunsOnTheCallingThreadUntilStoppedFromAHandler) {
+    struct Stopper : public AHandler {
+        std::atomic<pid_t> mTid{0};
+
+    protected:
+        void onMessageReceived(const sp<AMessage> &) override {
+            mTid = currentTid();
+            looper()->stop();
+        }
+    };
+    sp<Stopper> stopper = new Stopper;
+    mLooper->registerHandler(stopper);
+    ASSERT_EQ(OK, (new AMessage('stop', stopper))->post());
+    pid_t runnerTid = 0;
+    status_t runResult = UNKNOWN_ERROR;
+    std::thread runner([&] {
+        runnerTid = currentTid();
+        runResult = mLooper->start(true /* runOnCallingThread */);
+    });
+    runner.join();
+    EXPECT_EQ(OK, runResult);
+    EXPECT_EQ(runnerTid, stopper->mTid.load());
+    mLooper->unregisterHandler(stopper->id());
+}
+
+TEST_F(LooperTest, UnregisteredHandlerGetsNothingAndPostFails) {
+    testing::LogCapture log;
+    ASSERT_EQ(OK, mLooper->start());
+    sp<RecordingHandler> other = new RecordingHandler;
+    mLooper->registerHandler(other);
+
+    sp<AMessage> queuedBefore = new AMessage('qbef', other);
+    ASSERT_EQ(OK, queuedBefore->post(20000));
+    sp<AMessage> addressedBefore = new AMessage('abef', other);
+    mLooper->unregisterHandler(other->id());
+    EXPECT_EQ(0, other->id());
+
+    EXPECT_EQ(-ENOENT, addressedBefore->post());
+    EXPECT_EQ(-ENOENT, (new AMessage('aaft', other))->post());
+    sp<AMessage> response;
+    EXPECT_EQ(-ENOENT, (new AMessage('sync', other))->postAndAwaitResponse(&response));
+
+    // A marker due after the queued message proves the looper went past it.
+    ASSERT_EQ(OK, (new AMessage('mark', mHandler))->post(40000));
+    ASSERT_TRUE(mHandler->waitForCount(1));
+    EXPECT_EQ(0u, other->count());
+    EXPECT_TRUE(log.contains("AMessage", "unregistered"));
+}
+
+TEST_F(LooperTest, PostFailsOnceTheLooperIsGone) {
+    sp<RecordingHandler> orphan = new RecordingHandler;
+    {
+        sp<ALooper> looper = new ALooper;
+        looper->registerHandler(orphan);
+        ASSERT_EQ(OK, looper->start());
+    }
+    EXPECT_EQ(NULL, orphan->looper().get());
+    EXPECT_EQ(-ENOENT, (new AMessage('orph', orphan))->post());
+    sp<AMessage> response;
+    EXPECT_EQ(-ENOENT, (new AMessage('orph', orphan))->postAndAwaitResponse(&response));
+    EXPECT_EQ(-ENOENT, (new AMessage('none', NULL))->post());
+}
+
+TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
+    // The handler owns the only strong reference and lets go of it while a
+    // message is being delivered: the looper must stop without joining itself.
+    struct Owner : public AHandler {
+        sp<ALooper> mOwned;
+        Mutex mLock;  // guards mReleased
+        Condition mDone;
+        bool mReleased = false;
+
+    protected:
+        void onMessageReceived(const sp<AMessage> &) override {
+            mOwned.clear();
+            Mutex::Autolock autoLock(mLock);
+            mReleased = true;
+            mDone.broadcast();
+        }
+    };
+    sp<Owner> owner = new Owner;
+    wp<ALooper> weak;
+    {
+        sp<ALooper> looper = new ALooper;
+        weak = looper;
+        looper->registerHandler(owner);
+        ASSERT_EQ(OK, looper->start());
+        owner->mOwned = looper;
+    }
+    ASSERT_EQ(OK, (new AMessage('rels', owner))->post());
+    {
+        Mutex::Autolock autoLock(owner->mLock);
+        while (!owner->mReleased) {
+            ASSERT_EQ(OK, owner->mDone.waitRelative(owner->mLock, kWaitNs));
+        }
+    }
+    EXPECT_EQ(NULL, weak.promote().get());
+    EXPECT_EQ(-ENOENT, (new AMessage('aftr', owner))->post());
+}
+
+// Answers every request with twice its value, from the looper thread or
+// (when asked) from a thread of its own.
+struct Doubler : public AHandler {
+    std::vector<std::thread> mRepliers;
+    std::atomic<int> mDuplicateReplyResult{OK};
+    std::atomic<bool> mPlainPostAwaited{true};
+
+protected:
+    void onMessageReceived(const sp<AMessage> &msg) override {
+        sp<AReplyToken> replyID;
+        if (!msg->senderAwaitsResponse(&replyID)) {
+            mPlainPostAwaited = false;
+            return;
+        }
+        int32_t value = 0;
+        CHECK(msg->findInt32("value", &value));
+        sp<AMessage> response = new AMessage;
+        response->setInt32("doubled", value * 2);
+        int32_t elsewhere = 0;
+        if (msg->findInt32("replyElsewhere", &elsewhere) && elsewhere) {
+            mRepliers.emplace_back([response, replyID] {
+                CHECK_EQ(OK, response->postReply(replyID));
+            });
+            return;
+        }
+        CHECK_EQ(OK, response->postReply(replyID));
+        mDuplicateReplyResult = response->postReply(replyID);
+        // The token has been consumed from the request.
+        sp<AReplyToken> again;
+        CHECK(!msg->senderAwaitsResponse(&again));
+    }
+};
+
+class ReplyTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        mLooper = new ALooper;
+        mLooper->setName("fnd-reply");
+        mDoubler = new Doubler;
+        mLooper->registerHandler(mDoubler);
+        ASSERT_EQ(OK, mLooper->start());
+    }
+    void TearDown() override {
+        mLooper->stop();
+        for (std::thread &t : mDoubler->mRepliers) {
+            t.join();
+        }
+        mLooper->unregisterHandler(mDoubler->id());
+    }
+
+    sp<ALooper> mLooper;
+    sp<Doubler> mDoubler;
+};
+
+TEST_F(ReplyTest, ManyThreadsEachGetTheirOwnAnswer) {
+    const int kThreads = 6;
+    const int kRequests = 150;
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kRequests; ++i) {
+                int32_t value = t * 100000 + i;
+                sp<AMessage> request = new AMessage('dbl ', mDoubler);
+                request->setInt32("value", value);
+                sp<AMessage> response;
+                int32_t doubled = 0;
+                if (request->postAndAwaitResponse(&response) != OK || response == NULL ||
+                    !response->findInt32("doubled", &doubled) || doubled != value * 2) {
+                    mismatches++;
+                }
+            }
+        });
+    }
+    for (std::thread &t : threads) {
+        t.join();
+    }
+    EXPECT_EQ(0, mismatches.load());
+    EXPECT_EQ(-EBUSY, mDoubler->mDuplicateReplyResult.load());
+}
+
+TEST_F(ReplyTest, ReplyFromAnotherThreadWakesTheSender) {
+    sp<AMessage> request = new AMessage('dbl ', mDoubler);
+    request->setInt32("value", 21);
+    request->setInt32("replyElsewhere", 1);
+    sp<AMessage> response;
+    ASSERT_EQ(OK, request->postAndAwaitResponse(&response));
+    int32_t doubled = 0;
+    ASSERT_TRUE(response->findInt32("doubled", &doubled));
+    EXPECT_EQ(42, doubled);
+}
+
+TEST_F(ReplyTest, PlainPostDoesNotAwaitAResponse) {
+    ASSERT_EQ(OK, (new AMessage('plan', mDoubler))->post());
+    // A synchronous request afterwards is answered after the plain one.
+    sp<AMessage> request = new AMessage('dbl ', mDoubler);
+    request->setInt32("value", 1);
+    sp<AMessage> response;
+    ASSERT_EQ(OK, request->postAndAwaitResponse(&response));
+    EXPECT_FALSE(mDoubler->mPlainPostAwaited);
+}
+
+TEST(ReplyStopTest, StoppingTheLooperReleasesAWaitingSender) {
+    // A handler that never answers; the sender must come back with an error
+    // once the looper stops instead of waiting forever.
+    struct Silent : public AHandler {
+        Mutex mLock;  // guards mGot
+        Condition mGotIt;
+        bool mGot = false;
+
+    protected:
+        void onMessageReceived(const sp<AMessage> &) override {
+            Mutex::Autolock autoLock(mLock);
+            mGot = true;
+            mGotIt.broadcast();
+        }
+    };
+    sp<ALooper> looper = new ALooper;
+    sp<Silent> silent = new Silent;
+    looper->registerHandler(silent);
+    ASSERT_EQ(OK, looper->start());
+    status_t result = OK;
+    std::thread sender([&] {
+        sp<AMessage> response;
+        result = (new AMessage('wait', silent))->postAndAwaitResponse(&response);
+    });
+    {
+        Mutex::Autolock autoLock(silent->mLock);
+        while (!silent->mGot) {
+            ASSERT_EQ(OK, silent->mGotIt.waitRelative(silent->mLock, kWaitNs));
+        }
+    }
+    ASSERT_EQ(OK, looper->stop());
+    sender.join();
+    EXPECT_EQ(-ENOENT, result);
+    looper->unregisterHandler(silent->id());
+}
+
+// The reflector's target; counts what reaches it.
+struct ReflectorTarget : public RefBase {
+    explicit ReflectorTarget(std::atomic<int> *received) : mReceived(received) {}
+    void onMessageReceived(const sp<AMessage> &) { (*mReceived)++; }
+    std::atomic<int> *mReceived;
+};
+
+TEST_F(LooperTest, ReflectorForwardsWhileItsTargetLivesAndDropsAfterwards) {
+    ASSERT_EQ(OK, mLooper->start());
+    std::atomic<int> received{0};
+    sp<ReflectorTarget> target = new ReflectorTarget(&received);
+    sp<AHandlerReflector<ReflectorTarget> > reflector =
+            new AHandlerReflector<ReflectorTarget>(target.get());
+    mLooper->registerHandler(reflector);
+
+    ASSERT_EQ(OK, (new AMessage('live', reflector))->post());
+    ASSERT_EQ(OK, (new AMessage('mrk1', mHandler))->post());
+    ASSERT_TRUE(mHandler->waitForCount(1));
+    EXPECT_EQ(1, received.load());
+
+    target.clear();
+    ASSERT_EQ(OK, (new AMessage('dead', reflector))->post());
+    ASSERT_EQ(OK, (new AMessage('mrk2', mHandler))->post());
+    ASSERT_TRUE(mHandler->waitForCount(2));
+    EXPECT_EQ(1, received.load());
+    mLooper->unregisterHandler(reflector->id());
+}
+
+TEST(LooperDeathTest, RegisteringAHandlerTwiceAborts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    sp<ALooper> looper = new ALooper;
+    sp<RecordingHandler> handler = new RecordingHandler;
+    looper->registerHandler(handler);
+    EXPECT_DEATH(looper->registerHandler(handler),
+                 "CHECK\\(!\"A handler must only be registered once.\"\\) failed.");
+    looper->unregisterHandler(handler->id());
+}
+
+TEST(LooperClockTest, GetNowUsIsMonotonicMicroseconds) {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    int64_t beforeUs = ts.tv_sec * 1000000LL + ts.tv_nsec / 1000;
+    int64_t nowUs = ALooper::GetNowUs();
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    int64_t afterUs = ts.tv_sec * 1000000LL + ts.tv_nsec / 1000;
+    EXPECT_LE(beforeUs, nowUs);
+    EXPECT_LE(nowUs, afterUs);
+}
+
+}  // namespace
+}  // namespace android

@@ -1,0 +1,323 @@
+#define LOG_TAG "AMessage_test"
+
+#include <media/stagefright/foundation/ABuffer.h>
+#include <media/stagefright/foundation/AMessage.h>
+#include <media/stagefright/foundation/AString.h>
+
+#include <string.h>
+
+#include <map>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace android {
+namespace {
+
+struct Payload : public RefBase {};
+
+TEST(AMessageTest, EveryTypeRoundTrips) {
+    sp<AMessage> msg = new AMessage;
+    int anchor = 0;
+    sp<ABuffer> buffer = new ABuffer(4);
+    sp<AMessage> nested = new AMessage('nest', NULL);
+    sp<RefBase> object = new Payload;
+
+    msg->setInt32("i32", -7);
+    msg->setInt64("i64", INT64_MIN + 3);
+    msg->setSize("size", SIZE_MAX - 1);
+    msg->setFloat("float", 1.5f);
+    msg->setDouble("double", -2.25);
+    msg->setPointer("ptr", &anchor);
+    msg->setString("str", "hello");
+    msg->setBuffer("buf", buffer);
+    msg->setMessage("msg", nested);
+    msg->setObject("obj", object);
+    msg->setRect("rect", 1, 2, 3, 4);
+
+    int32_t i32 = 0;
+    int64_t i64 = 0;
+    size_t size = 0;
+    float f = 0;
+    double d = 0;
+    void *ptr = NULL;
+    AString str;
+    sp<ABuffer> gotBuffer;
+    sp<AMessage> gotMessage;
+    sp<RefBase> gotObject;
+    int32_t l = 0, t = 0, r = 0, b = 0;
+
+    ASSERT_TRUE(msg->findInt32("i32", &i32));
+    ASSERT_TRUE(msg->findInt64("i64", &i64));
+    ASSERT_TRUE(msg->findSize("size", &size));
+    ASSERT_TRUE(msg->findFloat("float", &f));
+    ASSERT_TRUE(msg->findDouble("double", &d));
+    ASSERT_TRUE(msg->findPointer("ptr", &ptr));
+    ASSERT_TRUE(msg->findString("str", &str));
+    ASSERT_TRUE(msg->findBuffer("buf", &gotBuffer));
+    ASSERT_TRUE(msg->findMessage("msg", &gotMessage));
+    ASSERT_TRUE(msg->findObject("obj", &gotObject));
+    ASSERT_TRUE(msg->findRect("rect", &l, &t, &r, &b));
+
+    EXPECT_EQ(-7, i32);
+    EXPECT_EQ(INT64_MIN + 3, i64);
+    EXPECT_EQ(SIZE_MAX - 1, size);
+    EXPECT_EQ(1.5f, f);
+    EXPECT_EQ(-2.25, d);
+    EXPECT_EQ(&anchor, ptr);
+    EXPECT_STREQ("hello", str.c_str());
+    EXPECT_EQ(buffer.get(), gotBuffer.get());
+    EXPECT_EQ(nested.get(), gotMessage.get());
+    EXPECT_EQ(object.get(), gotObject.get());
+    EXPECT_EQ(1, l);
+    EXPECT_EQ(2, t);
+    EXPECT_EQ(3, r);
+    EXPECT_EQ(4, b);
+    EXPECT_EQ(11u, msg->countEntries());
+}
+
+TEST(AMessageTest, WrongTypeOrMissingNameFindsNothingAndLeavesTheOutputAlone) {
+    sp<AMessage> msg = new AMessage;
+    msg->setInt32("n", 5);
+    msg->setString("s", "x");
+    msg->setObject("o", new Payload);
+
+    int64_t i64 = 99;
+    float f = 9.f;
+    AString str("untouched");
+    sp<ABuffer> buffer;
+    sp<AMessage> nested;
+    int32_t i32 = 42;
+
+    EXPECT_FALSE(msg->findInt64("n", &i64));
+    EXPECT_FALSE(msg->findFloat("n", &f));
+    EXPECT_FALSE(msg->findString("n", &str));
+    EXPECT_FALSE(msg->findInt32("s", &i32));
+    // An object is neither a buffer nor a message, even though all are RefBase.
+    EXPECT_FALSE(msg->findBuffer("o", &buffer));
+    EXPECT_FALSE(msg->findMessage("o", &nested));
+    EXPECT_FALSE(msg->findInt32("absent", &i32));
+    EXPECT_FALSE(msg->contains("absent"));
+    EXPECT_TRUE(msg->contains("n"));
+
+    EXPECT_EQ(99, i64);
+    EXPECT_EQ(9.f, f);
+    EXPECT_STREQ("untouched", str.c_str());
+    EXPECT_EQ(42, i32);
+    EXPECT_EQ(NULL, buffer.get());
+}
+
+TEST(AMessageTest, SettingAnExistingNameReplacesValueAndType) {
+    sp<AMessage> msg = new AMessage;
+    msg->setInt32("k", 1);
+    msg->setString("k", "now a string");
+    EXPECT_EQ(1u, msg->countEntries());
+    int32_t i32 = 0;
+    EXPECT_FALSE(msg->findInt32("k", &i32));
+    AString s;
+    ASSERT_TRUE(msg->findString("k", &s));
+    EXPECT_STREQ("now a string", s.c_str());
+    AMessage::Type type;
+    EXPECT_STREQ("k", msg->getEntryNameAt(0, &type));
+    EXPECT_EQ(AMessage::kTypeString, type);
+}
+
+TEST(AMessageTest, NamesAndStringsAreCopied) {
+    sp<AMessage> msg = new AMessage;
+    char name[] = "volatile-name";
+    char value[] = "abcdef";
+    msg->setInt32(name, 3);
+    msg->setString("partial", value, 3);
+    msg->setString("embedded", AString("a\0b", 3));
+    memset(name, 'x', sizeof(name) - 1);
+    memset(value, 'y', sizeof(value) - 1);
+
+    int32_t i32 = 0;
+    EXPECT_TRUE(msg->findInt32("volatile-name", &i32));
+    EXPECT_EQ(3, i32);
+    AString s;
+    ASSERT_TRUE(msg->findString("partial", &s));
+    EXPECT_STREQ("abc", s.c_str());
+    ASSERT_TRUE(msg->findString("embedded", &s));
+    EXPECT_EQ(3u, s.size());
+    EXPECT_EQ(0, memcmp("a\0b", s.c_str(), 3));
+}
+
+TEST(AMessageTest, EntriesKeepInsertionOrderAndClearEmpties) {
+    sp<AMessage> msg = new AMessage('what', NULL);
+    msg->setInt32("a", 1);
+    msg->setFloat("b", 2);
+    msg->setRect("c", 0, 0, 1, 1);
+    ASSERT_EQ(3u, msg->countEntries());
+    AMessage::Type type;
+    EXPECT_STREQ("a", msg->getEntryNameAt(0, &type));
+    EXPECT_EQ(AMessage::kTypeInt32, type);
+    EXPECT_STREQ("b", msg->getEntryNameAt(1, &type));
+    EXPECT_EQ(AMessage::kTypeFloat, type);
+    EXPECT_STREQ("c", msg->getEntryNameAt(2, &type));
+    EXPECT_EQ(AMessage::kTypeRect, type);
+    EXPECT_EQ(NULL, msg->getEntryNameAt(3, &type));
+
+    msg->clear();
+    EXPECT_EQ(0u, msg->countEntries());
+    EXPECT_FALSE(msg->contains("a"));
+    EXPECT_EQ((uint32_t)'what', msg->what());
+}
+
+TEST(AMessageTest, DupIsDeepForMessagesAndSharesBuffersAndObjects) {
+    sp<AMessage> inner = new AMessage;
+    inner->setInt32("depth", 1);
+    sp<ABuffer> buffer = new ABuffer(8);
+    sp<AMessage> orig = new AMessage('orig', NULL);
+    orig->setInt32("n", 1);
+    orig->setString("s", "one");
+    orig->setMessage("inner", inner);
+    orig->setBuffer("buffer", buffer);
+
+    sp<AMessage> copy = orig->dup();
+    EXPECT_EQ((uint32_t)'orig', copy->what());
+    copy->setInt32("n", 2);
+    copy->setString("s", "two");
+    copy->setInt32("added", 3);
+    sp<AMessage> copyInner;
+    ASSERT_TRUE(copy->findMessage("inner", &copyInner));
+    EXPECT_NE(inner.get(), copyInner.get());
+    copyInner->setInt32("depth", 2);
+
+    int32_t n = 0;
+    AString s;
+    ASSERT_TRUE(orig->findInt32("n", &n));
+    EXPECT_EQ(1, n);
+    ASSERT_TRUE(orig->findString("s", &s));
+    EXPECT_STREQ("one", s.c_str());
+    EXPECT_FALSE(orig->contains("added"));
+    ASSERT_TRUE(inner->findInt32("depth", &n));
+    EXPECT_EQ(1, n);
+
+    sp<ABuffer> copyBuffer;
+    ASSERT_TRUE(copy->findBuffer("buffer", &copyBuffer));
+    EXPECT_EQ(buffer.get(), copyBuffer.get());
+}
+
+TEST(AMessageTest, WideningLookups) {
+    sp<AMessage> msg = new AMessage;
+    msg->setInt32("i32", -3);
+    msg->setInt64("i64", 1LL << 40);
+    msg->setDouble("d", 0.5);
+    msg->setString("s", "1");
+    int64_t i64 = 0;
+    float f = 0;
+    ASSERT_TRUE(msg->findAsInt64("i32", &i64));
+    EXPECT_EQ(-3, i64);
+    ASSERT_TRUE(msg->findAsInt64("i64", &i64));
+    EXPECT_EQ(1LL << 40, i64);
+    EXPECT_FALSE(msg->findAsInt64("d", &i64));
+    ASSERT_TRUE(msg->findAsFloat("d", &f));
+    EXPECT_EQ(0.5f, f);
+    ASSERT_TRUE(msg->findAsFloat("i32", &f));
+    EXPECT_EQ(-3.f, f);
+    EXPECT_FALSE(msg->findAsFloat("s", &f));
+}
+
+TEST(AMessageTest, EntryEditing) {
+    sp<AMessage> msg = new AMessage;
+    msg->setInt32("a", 1);
+    msg->setInt32("b", 2);
+    EXPECT_EQ(ALREADY_EXISTS, msg->setEntryNameAt(0, "b"));
+    EXPECT_EQ(OK, msg->setEntryNameAt(0, "c"));
+    EXPECT_EQ(BAD_INDEX, msg->setEntryNameAt(5, "d"));
+    EXPECT_FALSE(msg->contains("a"));
+    EXPECT_TRUE(msg->contains("c"));
+    EXPECT_EQ(OK, msg->removeEntryAt(1));
+    EXPECT_EQ(BAD_INDEX, msg->removeEntryAt(1));
+    EXPECT_FALSE(msg->contains("b"));
+
+    sp<AMessage> other = new AMessage;
+    other->setInt32("c", 10);
+    other->setString("e", "x");
+    msg->extend(other);
+    int32_t c = 0;
+    ASSERT_TRUE(msg->findInt32("c", &c));
+    EXPECT_EQ(10, c);
+    EXPECT_EQ(2u, msg->countEntries());
+}
+
+TEST(AMessageTest, DebugStringShowsWhatAndEntries) {
+    sp<AMessage> msg = new AMessage('dbgs', NULL);
+    msg->setInt32("count", 12);
+    msg->setString("label", "side-a");
+    sp<AMessage> inner = new AMessage('innr', NULL);
+    inner->setInt64("pos", 77);
+    msg->setMessage("inner", inner);
+    AString s = msg->debugString();
+    EXPECT_GE(s.find("'dbgs'"), 0) << s.c_str();
+    EXPECT_GE(s.find("int32_t count = 12"), 0) << s.c_str();
+    EXPECT_GE(s.find("string label = \"side-a\""), 0) << s.c_str();
+    EXPECT_GE(s.find("'innr'"), 0) << s.c_str();
+    EXPECT_GE(s.find("int64_t pos = 77"), 0) << s.c_str();
+}
+
+// Random sets, overwrites, removals and clears against a plain map: what the
+// message reports must always match the model.
+TEST(AMessageTest, RandomOperationsMatchAModel) {
+    std::mt19937 rng(20261121);
+    sp<AMessage> msg = new AMessage;
+    std::map<std::string, std::pair<int, int64_t> > model;  // type 0 = int32, 1 = int64, 2 = string
+    const char *names[] = {"a", "b", "c", "d", "e", "f", "g", "h"};
+
+    for (int step = 0; step < 5000; ++step) {
+        std::string name = names[rng() % 8];
+        int op = rng() % 10;
+        int64_t value = static_cast<int32_t>(rng());
+        if (op < 3) {
+            msg->setInt32(name.c_str(), (int32_t)value);
+            model[name] = {0, value};
+        } else if (op < 6) {
+            msg->setInt64(name.c_str(), value * 3);
+            model[name] = {1, value * 3};
+        } else if (op < 8) {
+            msg->setString(name.c_str(), AStringPrintf("%lld", (long long)value));
+            model[name] = {2, value};
+        } else if (op < 9) {
+            for (size_t i = 0; i < msg->countEntries(); ++i) {
+                AMessage::Type type;
+                if (name == msg->getEntryNameAt(i, &type)) {
+                    ASSERT_EQ(OK, msg->removeEntryAt(i));
+                    break;
+                }
+            }
+            model.erase(name);
+        } else if (rng() % 50 == 0) {
+            msg->clear();
+            model.clear();
+        }
+
+        ASSERT_EQ(model.size(), msg->countEntries());
+        for (const char *n : names) {
+            auto it = model.find(n);
+            int32_t i32;
+            int64_t i64;
+            AString s;
+            bool has32 = msg->findInt32(n, &i32);
+            bool has64 = msg->findInt64(n, &i64);
+            bool hasS = msg->findString(n, &s);
+            ASSERT_EQ(it != model.end(), msg->contains(n));
+            ASSERT_EQ(it != model.end() && it->second.first == 0, has32);
+            ASSERT_EQ(it != model.end() && it->second.first == 1, has64);
+            ASSERT_EQ(it != model.end() && it->second.first == 2, hasS);
+            if (has32) {
+                ASSERT_EQ(it->second.second, i32);
+            }
+            if (has64) {
+                ASSERT_EQ(it->second.second, i64);
+            }
+            if (hasS) {
+                ASSERT_EQ(std::to_string(it->second.second), s.c_str());
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace android
