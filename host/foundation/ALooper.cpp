@@ -2,12 +2,8 @@
 
 #include <media/stagefright/foundation/ALooper.h>
 
-#include <errno.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <atomic>
 
@@ -20,20 +16,6 @@
 #include "ALooperRoster.h"
 
 namespace android {
-
-namespace {
-
-// Niceness of the calling thread, as the platform's androidSetThreadPriority
-// sets it.  A host without the privilege for negative niceness keeps running
-// at the default one.
-void setCurrentThreadPriority(int32_t priority) {
-    pid_t tid = static_cast<pid_t>(syscall(SYS_gettid));
-    if (setpriority(PRIO_PROCESS, tid, priority) != 0) {
-        ALOGV("could not set priority %d of thread %d: %s", priority, tid, strerror(errno));
-    }
-}
-
-}  // namespace
 
 struct ALooper::LooperThread : public Thread {
     LooperThread(ALooper *looper, bool canCallJava, const AString &name, int32_t priority)
@@ -50,7 +32,7 @@ struct ALooper::LooperThread : public Thread {
         // The host's thread creation applies neither name nor priority.
         prctl(PR_SET_NAME, mName.c_str(), 0, 0, 0);
         if (mPriority != PRIORITY_DEFAULT) {
-            setCurrentThreadPriority(mPriority);
+            androidSetThreadPriority(0, mPriority);
         }
 
         return Thread::readyToRun();
