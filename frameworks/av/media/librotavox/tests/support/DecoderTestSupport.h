@@ -1,0 +1,153 @@
+#pragma once
+
+// Helpers for the decoder's tests: opening fixtures, reference decodes by the
+// ffmpeg tool, draining an AudioDecoder, and a peer that reaches the
+// decoder's handlers and queues where real files cannot lead.
+
+#include <media/stagefright/MediaBufferBase.h>
+#include <media/stagefright/MediaCodec.h>
+#include <media/stagefright/NuMediaExtractor.h>
+#include <media/stagefright/foundation/AHandler.h>
+#include <media/stagefright/foundation/ALooper.h>
+#include <media/stagefright/foundation/AMessage.h>
+#include <utils/Condition.h>
+#include <utils/Mutex.h>
+
+#include <chrono>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "AudioDecoder.h"
+
+namespace android {
+
+// Friend of AudioDecoder.
+struct AudioDecoderTestPeer {
+    static size_t queuedBuffers(AudioDecoder *d) {
+        Mutex::Autolock l(d->mLock);
+        return d->mOutputBuffers.size();
+    }
+    static std::vector<sp<AMessage>> pendingInput(AudioDecoder *d) {
+        Mutex::Autolock l(d->mLock);
+        std::vector<sp<AMessage>> out;
+        for (List<sp<AMessage>>::iterator it = d->mPendingInputMessages.begin();
+             it != d->mPendingInputMessages.end(); ++it) {
+            out.push_back(*it);
+        }
+        return out;
+    }
+    static void addPendingInput(AudioDecoder *d, const sp<AMessage> &msg) {
+        Mutex::Autolock l(d->mLock);
+        d->mPendingInputMessages.push_back(msg);
+    }
+    // Queues |buffer| as if the codec had produced it (takes its reference).
+    static void queueBuffer(AudioDecoder *d, MediaBufferBase *buffer) {
+        Mutex::Autolock l(d->mLock);
+        d->mOutputBuffers.push_back(buffer);
+        if (d->mOutputBuffers.size() == 1) {
+            d->mCondition.signal();
+        }
+    }
+    static Mutex &lock(AudioDecoder *d) { return d->mLock; }
+    static sp<ALooper> looper(AudioDecoder *d) { return d->mLooper; }
+    static sp<ALooper> codecLooper(AudioDecoder *d) { return d->mCodecLooper; }
+    static sp<AHandler> reflector(AudioDecoder *d) { return d->mReflector; }
+    static sp<MediaCodec> codec(AudioDecoder *d) { return d->mCodec; }
+    static status_t initStatus(AudioDecoder *d) { return d->mInitStatus; }
+    static bool rawPCM(AudioDecoder *d) { return d->mRawPCM; }
+    static bool seeking(AudioDecoder *d) { return d->mSeeking; }
+    static bool inputEOS(AudioDecoder *d) { return d->mInputEOS; }
+    static bool outputEOS(AudioDecoder *d) { return d->mOutputEOS; }
+    static status_t handleAnInputBuffer(AudioDecoder *d, size_t index) {
+        return d->handleAnInputBuffer(index);
+    }
+    static void setCodecOutputFormat(AudioDecoder *d, const sp<AMessage> &format) {
+        d->setCodecOutputFormat(format);
+    }
+};
+
+namespace decodertest {
+
+std::string fixturePath(const std::string &name);
+
+// Opens |path| and selects its first audio track (or track |track| when >= 0).
+// Returns null when the file does not open; *selected tells whether a track
+// was selected.
+sp<NuMediaExtractor> openExtractor(const std::string &path, ssize_t track = -1,
+                                   bool *selected = nullptr);
+
+// The first audio stream of |path| decoded by the ffmpeg tool to interleaved
+// PCM in |sampleFormat| ("u8", "s16le", "s24le", "s32le").  Empty on failure.
+std::vector<uint8_t> referenceDecode(const std::string &path, const std::string &sampleFormat,
+                                     int stream = 0);
+
+// ffmpeg's name for the packed PCM that an audio_format_t number stands for.
+std::string sampleFormatForPfmt(int32_t pfmt);
+size_t bytesPerSampleForPfmt(int32_t pfmt);
+
+struct Decoded {
+    std::vector<uint8_t> pcm;
+    std::vector<int64_t> timesUs;
+    std::vector<size_t> sizes;
+    status_t lastStatus = OK;
+    int reads = 0;
+};
+
+// Reads until the end is reported twice in a row (the decoder may report the
+// end once before its final buffers) or an error, or |maxReads| reads.
+Decoded drain(const sp<AudioDecoder> &decoder, int maxReads = 1000000,
+              const MediaSource::ReadOptions *firstOptions = nullptr);
+
+// Samples of |pcm| (one channel, or all interleaved with channel < 0) as
+// doubles in [-1, 1).
+std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int channels,
+                              int channel);
+
+// The best normalised correlation of |a| against |b| shifted by up to
+// |maxLag| samples either way.
+double bestCorrelation(const std::vector<double> &a, const std::vector<double> &b,
+                       int maxLag, int *bestLag = nullptr);
+
+// Collects messages posted to it, on a looper of its own.
+struct MessageCollector : public AHandler {
+    MessageCollector();
+    // Waits for the next message; null on time-out.
+    sp<AMessage> next(std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    size_t count();
+
+protected:
+    void onMessageReceived(const sp<AMessage> &msg) override;
+
+private:
+    // Guards mMessages.
+    Mutex mLock;
+    Condition mCondition;
+    std::deque<sp<AMessage>> mMessages;
+};
+
+// A handler that, once a message reaches it, holds its looper's thread until
+// released: messages posted behind it wait.
+struct LooperGate : public AHandler {
+    LooperGate();
+    void close(const sp<ALooper> &looper);  // posts the holding message
+    void waitClosed();                      // the looper's thread is held
+    void open();
+
+protected:
+    void onMessageReceived(const sp<AMessage> &msg) override;
+
+private:
+    // Guards mHeld and mReleased.
+    Mutex mLock;
+    Condition mCondition;
+    bool mHeld = false;
+    bool mReleased = false;
+};
+
+// Returns once every message posted to |looper| before the call has been
+// handled.
+void syncLooper(const sp<ALooper> &looper);
+
+}  // namespace decodertest
+}  // namespace android
