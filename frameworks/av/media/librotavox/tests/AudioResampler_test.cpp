@@ -1,0 +1,479 @@
+// Tests of the linear resampler against signals whose expected output is
+// known independently of the kernel: a ramp shifted or reversed, integer
+// means, a double-precision interpolator, and stereo against two monos.
+
+#include "AudioResampler.h"
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "LogCapture.h"
+
+using android::AudioBufferProvider;
+using android::status_t;
+using android::testing::LogCapture;
+
+namespace {
+
+constexpr char kTag[] = "AudioResampler";
+
+// Serves a signal cut into buffers of the given (cycled) sizes, first to last
+// or last to first as the scratch source does when playing backward.  Each
+// buffer is a fresh heap copy that is freed by the next call, so a kernel
+// that keeps reading a buffer it has left trips the address sanitizer.
+class SignalProvider : public AudioBufferProvider {
+public:
+    enum class Order { kForward, kReverse };
+
+    SignalProvider(std::vector<int16_t> samples, int channels, std::vector<size_t> sizes,
+                   Order order)
+        : mSamples(std::move(samples)), mChannels(channels), mOrder(order) {
+        const size_t total = mSamples.size() / channels;
+        size_t start = 0;
+        for (size_t k = 0; start < total; ++k) {
+            const size_t frames = std::min(sizes[k % sizes.size()], total - start);
+            mStarts.push_back(start);
+            mFrames.push_back(frames);
+            start += frames;
+        }
+        mAvailable = mStarts.size();
+    }
+
+    status_t getNextBuffer(Buffer* buffer) override {
+        mCurrent.reset();
+        if (mServed == mAvailable) {
+            ++mDryCalls;
+            buffer->raw = nullptr;
+            buffer->frameCount = 0;
+            return android::NOT_ENOUGH_DATA;
+        }
+        const size_t k = mOrder == Order::kForward ? mServed : mStarts.size() - 1 - mServed;
+        ++mServed;
+        const size_t count = mFrames[k] * mChannels;
+        mCurrent.reset(new int16_t[count]);
+        std::copy_n(mSamples.begin() + mStarts[k] * mChannels, count, mCurrent.get());
+        buffer->i16 = mCurrent.get();
+        buffer->frameCount = mFrames[k];
+        return android::OK;
+    }
+
+    void releaseBuffer(Buffer*) override { ++mReleaseCalls; }
+
+    size_t bufferCount() const { return mStarts.size(); }
+    size_t startOf(size_t k) const { return mStarts[k]; }
+    size_t served() const { return mServed; }
+    int dryCalls() const { return mDryCalls; }
+    int releaseCalls() const { return mReleaseCalls; }
+    // Holds back all buffers after the first |count| until called again.
+    void limitTo(size_t count) { mAvailable = std::min(count, mStarts.size()); }
+
+private:
+    std::vector<int16_t> mSamples;
+    int mChannels;
+    Order mOrder;
+    std::vector<size_t> mStarts;
+    std::vector<size_t> mFrames;
+    size_t mAvailable = 0;
+    size_t mServed = 0;
+    int mDryCalls = 0;
+    int mReleaseCalls = 0;
+    std::unique_ptr<int16_t[]> mCurrent;
+};
+
+// Reaches the protected state that the public interface does not expose.
+class Probe : public AudioResamplerOrder1 {
+public:
+    using AudioResamplerOrder1::AudioResamplerOrder1;
+    void setOutputFrames(size_t frames) { mOutputFrames = frames; }
+    float phase() const { return mPhase; }
+};
+
+// Left = frame index, right = a distinct descending ramp, so every frame
+// tells its own position on both channels.
+std::vector<int16_t> ramp(size_t frames, int channels) {
+    std::vector<int16_t> s;
+    for (size_t k = 0; k < frames; ++k) {
+        s.push_back(static_cast<int16_t>(k));
+        if (channels == 2) s.push_back(static_cast<int16_t>(-1 - static_cast<int>(k)));
+    }
+    return s;
+}
+
+std::vector<int16_t> noise(size_t frames, int channels, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::uniform_int_distribution<int> d(-32768, 32767);
+    std::vector<int16_t> s(frames * channels);
+    for (auto& v : s) v = static_cast<int16_t>(d(rng));
+    return s;
+}
+
+// Calls the resampler in chunks until it delivers less than asked for.
+std::vector<int16_t> drain(AudioResampler& r, SignalProvider& p, int channels, float step,
+                           size_t chunkFrames, size_t maxFrames = 1u << 20) {
+    std::vector<int16_t> out;
+    std::vector<int16_t> chunk(chunkFrames * channels);
+    while (out.size() / channels < maxFrames) {
+        r.resample(chunk.data(), chunkFrames, &p, step);
+        const size_t got = r.getOutputFrames();
+        EXPECT_LE(got, chunkFrames);
+        out.insert(out.end(), chunk.begin(), chunk.begin() + std::min(got, chunkFrames) * channels);
+        if (got != chunkFrames) break;
+    }
+    return out;
+}
+
+const std::vector<size_t> kUnevenSizes = {1, 2, 3, 7, 64, 5, 1, 300, 1000, 13, 1, 1, 257};
+
+class AudioResamplerChannels : public ::testing::TestWithParam<int> {};
+
+INSTANTIATE_TEST_SUITE_P(MonoAndStereo, AudioResamplerChannels, ::testing::Values(1, 2),
+                         [](const auto& info) { return info.param == 1 ? "Mono" : "Stereo"; });
+
+// ---------------------------------------------------------------------------
+// Construction and formats
+
+TEST(AudioResamplerFormat, UnsupportedFormatsAreReportedAndStillBuilt) {
+    LogCapture log;
+    std::unique_ptr<AudioResampler> three(AudioResampler::create(16, 3));
+    std::unique_ptr<AudioResampler> eightBit(AudioResampler::create(8, 2));
+    ASSERT_NE(three, nullptr);
+    ASSERT_NE(eightBit, nullptr);
+    EXPECT_EQ(1, log.count(kTag, "Unsupported sample format, 16 bits, 3 channels",
+                           ANDROID_LOG_ERROR));
+    EXPECT_EQ(1, log.count(kTag, "Unsupported sample format, 8 bits, 2 channels",
+                           ANDROID_LOG_ERROR));
+
+    log.clear();
+    std::unique_ptr<AudioResampler> mono(AudioResampler::create(16, 1));
+    std::unique_ptr<AudioResampler> stereo(AudioResampler::create(16, 2));
+    EXPECT_EQ(0, log.count(kTag, ""));
+    EXPECT_NE(nullptr, dynamic_cast<AudioResamplerOrder1*>(mono.get()));
+}
+
+TEST(AudioResamplerFormat, ThreeChannelsProduceNothingAndKeepTheFrameCount) {
+    Probe r(16, 3);
+    SignalProvider p(ramp(300, 1), 1, {100}, SignalProvider::Order::kForward);
+    r.setOutputFrames(42);
+    std::vector<int16_t> out(64 * 3, 0x5a5a);
+    r.resample(out.data(), 64, &p, 1.0f);
+    EXPECT_EQ(42u, r.getOutputFrames());
+    EXPECT_EQ(0u, p.served());
+    EXPECT_EQ(0, p.dryCalls());
+    EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](int16_t v) { return v == 0x5a5a; }));
+}
+
+// ---------------------------------------------------------------------------
+// Continuity across buffer joins, both directions
+
+TEST_P(AudioResamplerChannels, UnitStepReproducesTheInputOneFrameAheadAcrossJoins) {
+    const int channels = GetParam();
+    const size_t total = 20000;
+    const auto signal = ramp(total, channels);
+    for (size_t chunk : {1, 37, 512}) {
+        SignalProvider p(signal, channels, kUnevenSizes, SignalProvider::Order::kForward);
+        std::unique_ptr<AudioResampler> r(AudioResampler::create(16, channels));
+        const auto out = drain(*r, p, channels, 1.0f, chunk);
+        // The position moves before it is used, so the first frame is x[1];
+        // the last frame would need a buffer after the end.
+        ASSERT_EQ((total - 2) * channels, out.size()) << "chunk " << chunk;
+        for (size_t k = 0; k + 1 < total - 1; ++k) {
+            for (int c = 0; c < channels; ++c) {
+                ASSERT_EQ(signal[(k + 1) * channels + c], out[k * channels + c])
+                        << "frame " << k << " channel " << c << " chunk " << chunk;
+            }
+        }
+        // One provider call per buffer, and a single call that found none.
+        EXPECT_EQ(p.bufferCount(), p.served());
+        EXPECT_EQ(1, p.dryCalls());
+        EXPECT_EQ(0, p.releaseCalls());
+    }
+}
+
+TEST_P(AudioResamplerChannels, NegativeUnitStepPlaysReverseOrderedBuffersBackward) {
+    const int channels = GetParam();
+    const size_t total = 20000;
+    const auto signal = ramp(total, channels);
+    for (size_t chunk : {1, 29, 512}) {
+        SignalProvider p(signal, channels, kUnevenSizes, SignalProvider::Order::kReverse);
+        std::unique_ptr<AudioResampler> r(AudioResampler::create(16, channels));
+        const auto out = drain(*r, p, channels, -1.0f, chunk);
+        // Starting at phase 0 of the last buffer, the first step lands in the
+        // buffer before it: output runs from the frame just before the last
+        // buffer down to frame 0.
+        const size_t start = p.startOf(p.bufferCount() - 1);
+        ASSERT_EQ(start * channels, out.size()) << "chunk " << chunk;
+        for (size_t k = 0; k < start; ++k) {
+            for (int c = 0; c < channels; ++c) {
+                ASSERT_EQ(signal[(start - 1 - k) * channels + c], out[k * channels + c])
+                        << "frame " << k << " channel " << c << " chunk " << chunk;
+            }
+        }
+        EXPECT_EQ(p.bufferCount(), p.served());
+        EXPECT_EQ(1, p.dryCalls());
+    }
+}
+
+TEST_P(AudioResamplerChannels, FirstBackwardStepFetchesThePrecedingBufferAtOnce) {
+    const int channels = GetParam();
+    const auto signal = ramp(30, channels);
+    SignalProvider p(signal, channels, {10}, SignalProvider::Order::kReverse);
+    std::unique_ptr<AudioResampler> r(AudioResampler::create(16, channels));
+    std::vector<int16_t> out(channels);
+    r->resample(out.data(), 1, &p, -1.0f);
+    ASSERT_EQ(1u, r->getOutputFrames());
+    EXPECT_EQ(2u, p.served());
+    EXPECT_EQ(signal[19 * channels], out[0]);
+    EXPECT_EQ(9, r->getUnreleasedFrames());  // last frame of the buffer 10..19
+}
+
+// ---------------------------------------------------------------------------
+// Interpolation values
+
+TEST_P(AudioResamplerChannels, HalfStepAlternatesInputAndTruncatedMeans) {
+    const int channels = GetParam();
+    const size_t total = 5000;
+    const auto signal = noise(total, channels, 7);
+    SignalProvider p(signal, channels, kUnevenSizes, SignalProvider::Order::kForward);
+    std::unique_ptr<AudioResampler> r(AudioResampler::create(16, channels));
+    const auto out = drain(*r, p, channels, 0.5f, 101);
+    // Positions 0.5, 1.0, ... up to the last one that still has a right
+    // neighbour.
+    ASSERT_EQ((2 * total - 3) * channels, out.size());
+    for (size_t j = 0; j < out.size() / channels; ++j) {
+        for (int c = 0; c < channels; ++c) {
+            const int a = signal[(j / 2) * channels + c];
+            const int b = signal[(j / 2 + 1) * channels + c];
+            // Integer division truncates toward zero, like the kernel.
+            const int expected = j % 2 == 0 ? (a + b) / 2 : b;
+            ASSERT_EQ(expected, out[j * channels + c]) << "frame " << j << " channel " << c;
+        }
+    }
+}
+
+TEST(AudioResamplerValues, MeansTruncateTowardZero) {
+    struct Case {
+        int16_t a, b, mean;
+    };
+    for (const Case& c : {Case{100, 201, 150}, Case{-3, -4, -3}, Case{3, 4, 3},
+                          Case{-32768, 32767, 0}, Case{32767, 32766, 32766},
+                          Case{-32768, -32767, -32767}}) {
+        SignalProvider p({c.a, c.b, 0, 0}, 1, {4}, SignalProvider::Order::kForward);
+        AudioResamplerOrder1 r(16, 1);
+        int16_t out[2] = {};
+        r.resample(out, 2, &p, 0.5f);
+        ASSERT_EQ(2u, r.getOutputFrames());
+        EXPECT_EQ(c.mean, out[0]) << c.a << " and " << c.b;
+        EXPECT_EQ(c.b, out[1]);
+    }
+}
+
+TEST_P(AudioResamplerChannels, ZeroStepIsSilenceAndDoesNotMove) {
+    const int channels = GetParam();
+    const auto signal = noise(400, channels, 3);
+    SignalProvider p(signal, channels, {100}, SignalProvider::Order::kForward);
+    std::unique_ptr<AudioResampler> r(AudioResampler::create(16, channels));
+    std::vector<int16_t> out(300 * channels, 0x5a5a);
+    r->resample(out.data(), 300, &p, 0.0f);
+    EXPECT_EQ(300u, r->getOutputFrames());
+    EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](int16_t v) { return v == 0; }));
+    EXPECT_EQ(1u, p.served());
+
+    r->resample(out.data(), 2, &p, 1.0f);
+    ASSERT_EQ(2u, r->getOutputFrames());
+    for (int c = 0; c < channels; ++c) {
+        EXPECT_EQ(signal[channels + c], out[c]);
+        EXPECT_EQ(signal[2 * channels + c], out[channels + c]);
+    }
+}
+
+// An interpolator written independently of the kernel: the buffers form one
+// stream, the position is a double in stream frames.  The kernel works in
+// float relative to its current buffer, so the two may disagree by the
+// truncation of a rounding difference: at most one step of the output.  Its
+// float position drifts from the exact one over a long walk (by design), so
+// values are compared over the first stretch of each run and the rest of the
+// run only for its length and its provider calls.
+TEST_P(AudioResamplerChannels, AgreesWithDoublePrecisionReferenceWithinOneStep) {
+    const int channels = GetParam();
+    const size_t total = 24000;
+    const size_t kCompared = 2000;
+    std::vector<int16_t> signal;
+    for (size_t k = 0; k < total; ++k) {
+        for (int c = 0; c < channels; ++c) {
+            const double period = c == 0 ? 2400.0 : 1700.0;
+            signal.push_back(static_cast<int16_t>(
+                    9000.0 * std::sin(2 * M_PI * k / period) +
+                    3000.0 * std::sin(2 * M_PI * k / (period / 3.7) + c)));
+        }
+    }
+    std::mt19937 rng(11);
+    std::vector<float> steps = {7.3f, -2.25f, 0.37f, -1.7f, 3.0001f, -9.99f};
+    std::uniform_real_distribution<float> anyStep(-10.0f, 10.0f);
+    for (int k = 0; k < 6; ++k) steps.push_back(anyStep(rng));
+
+    std::uniform_int_distribution<size_t> anySize(1, 300);
+    for (float step : steps) {
+        std::vector<size_t> sizes;
+        for (int k = 0; k < 50; ++k) sizes.push_back(anySize(rng));
+        const auto order = step > 0 ? SignalProvider::Order::kForward
+                                    : SignalProvider::Order::kReverse;
+        SignalProvider p(signal, channels, sizes, order);
+        std::unique_ptr<AudioResampler> r(AudioResampler::create(16, channels));
+        const auto out = drain(*r, p, channels, step, 97);
+
+        const double start = step > 0 ? 0.0 : static_cast<double>(p.startOf(p.bufferCount() - 1));
+        const size_t expectedFrames =
+                step > 0 ? static_cast<size_t>((total - 1) / static_cast<double>(step))
+                         : static_cast<size_t>(start / -static_cast<double>(step));
+        const size_t produced = out.size() / channels;
+        EXPECT_NEAR(static_cast<double>(expectedFrames), static_cast<double>(produced), 1.0)
+                << "step " << step;
+        double position = start;
+        for (size_t k = 0; k < std::min<size_t>(produced, kCompared); ++k) {
+            position += static_cast<double>(step);
+            const double i = std::floor(position);
+            const double f = position - i;
+            const size_t i0 = static_cast<size_t>(std::max(0.0, i));
+            const size_t i1 = std::min(i0 + 1, total - 1);
+            for (int c = 0; c < channels; ++c) {
+                const double v = (1.0 - f) * signal[i0 * channels + c] +
+                                 f * signal[i1 * channels + c];
+                const int expected = static_cast<int>(std::trunc(v));
+                const int diff = std::abs(expected - out[k * channels + c]);
+                ASSERT_LE(diff, 1) << "step " << step << " frame " << k << " channel " << c
+                                   << " position " << position;
+            }
+        }
+        // Every buffer is asked for once; the walk ends on the one empty answer.
+        EXPECT_EQ(p.bufferCount(), p.served()) << "step " << step;
+        EXPECT_EQ(1, p.dryCalls()) << "step " << step;
+    }
+}
+
+// The kernel must treat channels independently: a stereo run equals two mono
+// runs over the separated channels, bit for bit, whatever the steps (changing
+// every call, through zero and across directions), chunk and buffer sizes.
+TEST(AudioResamplerStereo, ChannelsNeverMix) {
+    std::mt19937 rng(5);
+    for (int round = 0; round < 20; ++round) {
+        const size_t total = 3000;
+        const auto stereo = noise(total, 2, 100 + round);
+        std::vector<int16_t> left, right;
+        for (size_t k = 0; k < total; ++k) {
+            left.push_back(stereo[2 * k]);
+            right.push_back(stereo[2 * k + 1]);
+        }
+        std::vector<size_t> sizes;
+        std::uniform_int_distribution<size_t> anySize(1, 200);
+        for (int k = 0; k < 30; ++k) sizes.push_back(anySize(rng));
+        const auto order = round % 2 ? SignalProvider::Order::kReverse
+                                     : SignalProvider::Order::kForward;
+        SignalProvider ps(stereo, 2, sizes, order), pl(left, 1, sizes, order),
+                pr(right, 1, sizes, order);
+        AudioResamplerOrder1 rs(16, 2), rl(16, 1), rr(16, 1);
+
+        std::uniform_real_distribution<float> anyStep(-4.0f, 4.0f);
+        std::uniform_int_distribution<size_t> anyChunk(0, 64);
+        std::vector<int16_t> os(128), ol(64), orr(64);
+        for (int call = 0; call < 300; ++call) {
+            float step = anyStep(rng);
+            if (call % 17 == 0) step = 0.0f;
+            const size_t chunk = anyChunk(rng);
+            rs.resample(os.data(), chunk, &ps, step);
+            rl.resample(ol.data(), chunk, &pl, step);
+            rr.resample(orr.data(), chunk, &pr, step);
+            const size_t got = rs.getOutputFrames();
+            ASSERT_EQ(got, rl.getOutputFrames()) << "round " << round << " call " << call;
+            ASSERT_EQ(got, rr.getOutputFrames());
+            ASSERT_EQ(rs.getUnreleasedFrames(), rl.getUnreleasedFrames());
+            for (size_t k = 0; k < got; ++k) {
+                ASSERT_EQ(ol[k], os[2 * k]) << "round " << round << " call " << call;
+                ASSERT_EQ(orr[k], os[2 * k + 1]) << "round " << round << " call " << call;
+            }
+            if (ps.dryCalls() > 1) break;
+        }
+        EXPECT_EQ(ps.served(), pl.served());
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Running out of input, position queries, reset
+
+TEST_P(AudioResamplerChannels, RunningDryIsLoggedAndCountsTheFramesWritten) {
+    const int channels = GetParam();
+    const auto signal = ramp(30, channels);
+    SignalProvider p(signal, channels, {10}, SignalProvider::Order::kForward);
+    p.limitTo(1);
+    std::unique_ptr<AudioResampler> r(AudioResampler::create(16, channels));
+    LogCapture log;
+
+    std::vector<int16_t> out(100 * channels, 0x5a5a);
+    r->resample(out.data(), 100, &p, 1.0f);
+    EXPECT_EQ(1, log.count(kTag, "no more buffer", ANDROID_LOG_ERROR));
+    ASSERT_EQ(8u, r->getOutputFrames());
+    for (size_t k = 0; k < 8; ++k) EXPECT_EQ(signal[(k + 1) * channels], out[k * channels]);
+    EXPECT_EQ(0x5a5a, out[8 * channels]);
+
+    // Nothing in hand and nothing to get.
+    r->resample(out.data(), 100, &p, 1.0f);
+    EXPECT_EQ(1, log.count(kTag, "no buffer", ANDROID_LOG_ERROR));
+    EXPECT_EQ(0u, r->getOutputFrames());
+
+    // More input resumes at its first frame: the position moved on for the
+    // frame that could not be made.
+    p.limitTo(3);
+    r->resample(out.data(), 5, &p, 1.0f);
+    ASSERT_EQ(5u, r->getOutputFrames());
+    for (size_t k = 0; k < 5; ++k) EXPECT_EQ(signal[(10 + k) * channels], out[k * channels]);
+}
+
+TEST(AudioResamplerState, UnreleasedFramesIsMinusOneBetweenSavedAndFirstFrame) {
+    SignalProvider p(ramp(8, 1), 1, {4}, SignalProvider::Order::kForward);
+    AudioResamplerOrder1 r(16, 1);
+    int16_t out[3];
+    r.resample(out, 2, &p, 1.0f);
+    EXPECT_EQ(2, r.getUnreleasedFrames());
+    r.resample(out, 1, &p, 1.0f);
+    EXPECT_EQ(3, out[0]);
+    EXPECT_EQ(-1, r.getUnreleasedFrames());
+    r.resample(out, 1, &p, 1.0f);
+    EXPECT_EQ(4, out[0]);
+    EXPECT_EQ(0, r.getUnreleasedFrames());
+}
+
+TEST(AudioResamplerState, ResetForgetsBufferAndPosition) {
+    const auto signal = ramp(40, 1);
+    SignalProvider p(signal, 1, {10}, SignalProvider::Order::kForward);
+    Probe r(16, 1);
+    int16_t out[4];
+    r.resample(out, 4, &p, 0.75f);
+    ASSERT_EQ(4u, r.getOutputFrames());
+    r.reset();
+    EXPECT_EQ(0u, r.getOutputFrames());
+    EXPECT_EQ(0, r.getUnreleasedFrames());
+    EXPECT_EQ(0.0f, r.phase());
+    r.resample(out, 2, &p, 1.0f);
+    EXPECT_EQ(2u, p.served());
+    EXPECT_EQ(11, out[0]);
+    EXPECT_EQ(12, out[1]);
+}
+
+TEST(AudioResamplerState, VolumeIsStoredButNotApplied) {
+    const auto signal = noise(100, 2, 9);
+    SignalProvider p1(signal, 2, {50}, SignalProvider::Order::kForward);
+    SignalProvider p2(signal, 2, {50}, SignalProvider::Order::kForward);
+    AudioResamplerOrder1 plain(16, 2), loud(16, 2);
+    loud.setVolume(4096, 0);
+    std::vector<int16_t> a(2 * 60), b(2 * 60);
+    plain.resample(a.data(), 60, &p1, 0.8f);
+    loud.resample(b.data(), 60, &p2, 0.8f);
+    EXPECT_EQ(a, b);
+}
+
+}  // namespace
