@@ -1,0 +1,103 @@
+package com.quarlex.music.utils;
+
+import static org.junit.Assert.assertEquals;
+import static org.junit.Assert.assertNotEquals;
+
+import java.io.File;
+import org.junit.Test;
+
+/** The binding's edge cases, through the natives themselves. */
+public class RotavoxBindingTest {
+    private static final int NOT_INIT = -1;
+    private static final int UNKNOWN_ERROR = 0x80000000;
+
+    static String fixture(String name) {
+        return new File(System.getenv("ROTAVOX_FIXTURES"), name).getPath();
+    }
+
+    @Test
+    public void everyMethodOnAReleasedObjectIsRefused() {
+        Rotavox r = new Rotavox();
+        r.release();
+        assertEquals(NOT_INIT, r.nativeSetDataSource(fixture("wav16.wav")));
+        assertEquals(NOT_INIT, r.nativePrepare());
+        assertEquals(NOT_INIT, r.nativePrepareAsync());
+        assertEquals(NOT_INIT, r.nativeSetPosition(1000));
+        assertEquals(NOT_INIT, r.nativeForward(1000));
+        assertEquals(NOT_INIT, r.nativeRewind(1000));
+        assertEquals(NOT_INIT, r.nativeSetPlaybackRatePermille(1000));
+        assertEquals(-1L, r.nativeGetPosition());
+        r.nativeReset();     // logs, returns nothing, must not crash
+        r.nativeFinalize();  // nothing to free
+        r.release();
+    }
+
+    @Test
+    public void setupTwiceKeepsOnePlayer() {
+        Rotavox r = new Rotavox();
+        assertEquals(0, r.nativeSetPosition(2000));
+        // A second setup must not replace the player: the position it
+        // remembered survives.
+        assertEquals(0, r.nativeSetup());
+        assertEquals(2000000L, r.nativeGetPosition());
+        r.release();
+    }
+
+    @Test
+    public void positionsGoInAsMillisecondsAndComeOutAsMicroseconds() {
+        Rotavox r = new Rotavox();
+        assertEquals(-1L, r.getPositionUs());
+        // Without a data source the player refuses the seek but remembers it.
+        assertNotEquals(0, r.seekTo(1500));
+        assertEquals(1500000L, r.getPositionUs());
+        r.seekTo(-5);
+        assertEquals(0L, r.getPositionUs());
+        r.release();
+    }
+
+    @Test
+    public void aFileWithoutAudioGatesEveryLaterCall() {
+        Rotavox r = new Rotavox();
+        // The file opens but holds no audio track.
+        assertEquals(UNKNOWN_ERROR, r.setDataSource(fixture("video-only.mp4")));
+        assertEquals(UNKNOWN_ERROR, r.prepare());
+        assertEquals(UNKNOWN_ERROR, r.prepareAsync());
+        assertEquals(UNKNOWN_ERROR, r.forward(1000));
+        assertEquals(UNKNOWN_ERROR, r.rewind(1000));
+        assertEquals(UNKNOWN_ERROR, r.setPlaybackRatePermille(1000));
+        assertEquals(UNKNOWN_ERROR, r.seekTo(100));
+        r.reset();
+        r.release();
+    }
+
+    @Test
+    public void aMissingFileIsAStatusNotACrash() {
+        Rotavox r = new Rotavox();
+        assertNotEquals(0, r.setDataSource("/nonexistent/file.flac"));
+        assertNotEquals(0, r.prepare());
+        r.release();
+    }
+
+    @Test(expected = IllegalArgumentException.class)
+    public void aNullPathIsRefusedBeforeTheEngine() {
+        Rotavox r = new Rotavox();
+        try {
+            r.setDataSource(null);
+        } finally {
+            r.release();
+        }
+    }
+
+    @Test
+    public void prepareThenResetThenReuse() {
+        Rotavox r = new Rotavox();
+        assertEquals(0, r.setDataSource(fixture("flac16.flac")));
+        assertEquals(0, r.prepare());
+        assertEquals(0, r.prepare());  // already prepared
+        r.reset();
+        assertEquals(-1L, r.getPositionUs());
+        assertEquals(0, r.setDataSource(fixture("wav16.wav")));
+        assertEquals(0, r.prepareAsync());
+        r.release();
+    }
+}
