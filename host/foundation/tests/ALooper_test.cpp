@@ -204,7 +204,7 @@ TEST_F(LooperTest, DeliversOneAtATimeOnANamedThreadWithItsPriority) {
     };
     sp<Probe> probe = new Probe;
     mLooper->registerHandler(probe);
-    ASSERT_EQ(OK, (new AMessage('prob', probe))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('prob', probe))->post());
     {
         Mutex::Autolock autoLock(probe->mLock);
         while (!probe->mReady) {
@@ -225,7 +225,7 @@ TEST_F(LooperTest, StartTwiceAndStopWhenIdleAreRefused) {
     EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
     // A stopped looper can run again.
     ASSERT_EQ(OK, mLooper->start());
-    ASSERT_EQ(OK, (new AMessage('agn', mHandler))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('agn', mHandler))->post());
     EXPECT_TRUE(mHandler->waitForCount(1));
 }
 
@@ -263,7 +263,7 @@ TEST_F(LooperTest, RunsOnTheCallingThreadUntilStoppedFromAHandler) {
     };
     sp<Stopper> stopper = new Stopper;
     mLooper->registerHandler(stopper);
-    ASSERT_EQ(OK, (new AMessage('stop', stopper))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('stop', stopper))->post());
     pid_t runnerTid = 0;
     status_t runResult = UNKNOWN_ERROR;
     std::thread runner([&] {
@@ -289,12 +289,12 @@ TEST_F(LooperTest, UnregisteredHandlerGetsNothingAndPostFails) {
     EXPECT_EQ(0, other->id());
 
     EXPECT_EQ(-ENOENT, addressedBefore->post());
-    EXPECT_EQ(-ENOENT, (new AMessage('aaft', other))->post());
+    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('aaft', other))->post());
     sp<AMessage> response;
-    EXPECT_EQ(-ENOENT, (new AMessage('sync', other))->postAndAwaitResponse(&response));
+    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('sync', other))->postAndAwaitResponse(&response));
 
     // A marker due after the queued message proves the looper went past it.
-    ASSERT_EQ(OK, (new AMessage('mark', mHandler))->post(40000));
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('mark', mHandler))->post(40000));
     ASSERT_TRUE(mHandler->waitForCount(1));
     EXPECT_EQ(0u, other->count());
     EXPECT_TRUE(log.contains("AMessage", "unregistered"));
@@ -308,10 +308,10 @@ TEST_F(LooperTest, PostFailsOnceTheLooperIsGone) {
         ASSERT_EQ(OK, looper->start());
     }
     EXPECT_EQ(NULL, orphan->looper().get());
-    EXPECT_EQ(-ENOENT, (new AMessage('orph', orphan))->post());
+    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('orph', orphan))->post());
     sp<AMessage> response;
-    EXPECT_EQ(-ENOENT, (new AMessage('orph', orphan))->postAndAwaitResponse(&response));
-    EXPECT_EQ(-ENOENT, (new AMessage('none', NULL))->post());
+    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('orph', orphan))->postAndAwaitResponse(&response));
+    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('none', NULL))->post());
 }
 
 TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
@@ -340,7 +340,7 @@ TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
         ASSERT_EQ(OK, looper->start());
         owner->mOwned = looper;
     }
-    ASSERT_EQ(OK, (new AMessage('rels', owner))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('rels', owner))->post());
     {
         Mutex::Autolock autoLock(owner->mLock);
         while (!owner->mReleased) {
@@ -348,7 +348,7 @@ TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
         }
     }
     EXPECT_EQ(NULL, weak.promote().get());
-    EXPECT_EQ(-ENOENT, (new AMessage('aftr', owner))->post());
+    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('aftr', owner))->post());
 }
 
 // Answers every request with twice its value, from the looper thread or
@@ -444,7 +444,7 @@ TEST_F(ReplyTest, ReplyFromAnotherThreadWakesTheSender) {
 }
 
 TEST_F(ReplyTest, PlainPostDoesNotAwaitAResponse) {
-    ASSERT_EQ(OK, (new AMessage('plan', mDoubler))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('plan', mDoubler))->post());
     // A synchronous request afterwards is answered after the plain one.
     sp<AMessage> request = new AMessage('dbl ', mDoubler);
     request->setInt32("value", 1);
@@ -475,7 +475,7 @@ TEST(ReplyStopTest, StoppingTheLooperReleasesAWaitingSender) {
     status_t result = OK;
     std::thread sender([&] {
         sp<AMessage> response;
-        result = (new AMessage('wait', silent))->postAndAwaitResponse(&response);
+        result = sp<AMessage>(new AMessage('wait', silent))->postAndAwaitResponse(&response);
     });
     {
         Mutex::Autolock autoLock(silent->mLock);
@@ -504,14 +504,14 @@ TEST_F(LooperTest, ReflectorForwardsWhileItsTargetLivesAndDropsAfterwards) {
             new AHandlerReflector<ReflectorTarget>(target.get());
     mLooper->registerHandler(reflector);
 
-    ASSERT_EQ(OK, (new AMessage('live', reflector))->post());
-    ASSERT_EQ(OK, (new AMessage('mrk1', mHandler))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('live', reflector))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('mrk1', mHandler))->post());
     ASSERT_TRUE(mHandler->waitForCount(1));
     EXPECT_EQ(1, received.load());
 
     target.clear();
-    ASSERT_EQ(OK, (new AMessage('dead', reflector))->post());
-    ASSERT_EQ(OK, (new AMessage('mrk2', mHandler))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('dead', reflector))->post());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('mrk2', mHandler))->post());
     ASSERT_TRUE(mHandler->waitForCount(2));
     EXPECT_EQ(1, received.load());
     mLooper->unregisterHandler(reflector->id());
