@@ -1,0 +1,125 @@
+#include <utils/AndroidThreads.h>
+
+#include <errno.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+#include <system/thread_defs.h>
+#include <utils/Errors.h>
+
+#include "LogCapture.h"
+
+namespace {
+
+using android::testing::LogCapture;
+
+pid_t currentTid() {
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+int niceOf(pid_t tid) {
+    errno = 0;
+    const int prio = getpriority(PRIO_PROCESS, static_cast<id_t>(tid));
+    EXPECT_EQ(0, errno);
+    return prio;
+}
+
+// Runs |body| on a fresh thread so that the test runner's own thread keeps
+// its priority.
+template <typename F>
+void onFreshThread(F body) {
+    std::thread t(body);
+    t.join();
+}
+
+TEST(AndroidThreadsTest, SetsAndReadsTheCallingThreadsNiceValue) {
+    onFreshThread([] {
+        const pid_t tid = currentTid();
+        ASSERT_EQ(0, androidSetThreadPriority(0, ANDROID_PRIORITY_BACKGROUND));
+        EXPECT_EQ(ANDROID_PRIORITY_BACKGROUND, niceOf(tid));
+        EXPECT_EQ(ANDROID_PRIORITY_BACKGROUND, androidGetThreadPriority(0));
+        EXPECT_EQ(ANDROID_PRIORITY_BACKGROUND, androidGetThreadPriority(tid));
+
+        ASSERT_EQ(0, androidSetThreadPriority(tid, ANDROID_PRIORITY_LOWEST));
+        EXPECT_EQ(ANDROID_PRIORITY_LOWEST, niceOf(tid));
+    });
+}
+
+TEST(AndroidThreadsTest, SetsAnotherThreadByItsId) {
+    std::mutex lock;  // guards workerTid and done
+    std::condition_variable changed;
+    pid_t workerTid = 0;
+    bool done = false;
+    int seenByWorker = 0;
+    std::thread worker([&] {
+        std::unique_lock<std::mutex> l(lock);
+        workerTid = currentTid();
+        changed.notify_all();
+        changed.wait(l, [&] { return done; });
+        seenByWorker = niceOf(0);
+    });
+    {
+        std::unique_lock<std::mutex> l(lock);
+        changed.wait(l, [&] { return workerTid != 0; });
+    }
+    const int mainBefore = niceOf(0);
+    EXPECT_EQ(0, androidSetThreadPriority(workerTid, 7));
+    EXPECT_EQ(mainBefore, niceOf(0)) << "the caller's priority must not change";
+    {
+        std::lock_guard<std::mutex> l(lock);
+        done = true;
+    }
+    changed.notify_all();
+    worker.join();
+    EXPECT_EQ(7, seenByWorker);
+}
+
+TEST(AndroidThreadsTest, UnknownThreadGivesAStatusAndALogLine) {
+    LogCapture log;
+    // Thread ids stop well below this on Linux (pid_max is at most 2^22).
+    EXPECT_EQ(android::INVALID_OPERATION, androidSetThreadPriority(0x7ffffff0, 0));
+    EXPECT_TRUE(log.contains("AndroidThreads", "cannot set thread", ANDROID_LOG_ERROR));
+}
+
+// Without the privilege to raise priorities every raise fails with a status,
+// the thread keeps its priority and the process logs one warning in all.
+// Runs in a fresh child process, which drops root first when it has it.
+TEST(AndroidThreadsTest, UnprivilegedRaiseFailsQuietlyAfterOneWarning) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+            {
+                if (geteuid() == 0 && setuid(65534) != 0) exit(2);
+                LogCapture log;
+                if (androidSetThreadPriority(0, 5) != 0) exit(3);
+                if (setpriority(PRIO_PROCESS, 0, 4) == 0) exit(4);  // still privileged
+                const int first = androidSetThreadPriority(0, ANDROID_PRIORITY_AUDIO);
+                const int second = androidSetThreadPriority(0, ANDROID_PRIORITY_URGENT_AUDIO);
+                int result = 0;
+                if (first != android::INVALID_OPERATION) result |= 8;
+                if (second != android::INVALID_OPERATION) result |= 16;
+                if (niceOf(0) != 5) result |= 32;
+                if (log.count("AndroidThreads", "", ANDROID_LOG_WARN) != 1) result |= 64;
+                exit(result);
+            },
+            ::testing::ExitedWithCode(0), "");
+}
+
+TEST(AndroidThreadsTest, PrivilegedRaiseReachesAudioPriority) {
+    onFreshThread([] {
+        if (setpriority(PRIO_PROCESS, 0, -1) != 0) {
+            GTEST_SKIP() << "no privilege to raise priorities here";
+        }
+        ASSERT_EQ(0, androidSetThreadPriority(0, ANDROID_PRIORITY_AUDIO));
+        EXPECT_EQ(ANDROID_PRIORITY_AUDIO, niceOf(0));
+    });
+}
+
+}  // namespace
