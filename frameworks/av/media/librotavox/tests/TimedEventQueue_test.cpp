@@ -1,0 +1,675 @@
+#define LOG_TAG "TimedEventQueue_test"
+
+#include "TimedEventQueue.h"
+
+#include <binder/HostBinder.h>
+#include <binder/IPCThreadState.h>
+#include <binder/IServiceManager.h>
+#include <media/stagefright/foundation/ALooper.h>
+#include <utils/AndroidThreads.h>
+#include <utils/Condition.h>
+#include <utils/Mutex.h>
+
+#include <LogCapture.h>
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <fstream>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace android {
+namespace {
+
+using testing::LogCapture;
+using namespace std::chrono_literals;
+
+const char* const kTag = "TimedEventQueue";
+const String16 kPower("power");
+
+// Nothing here is timed; this only keeps a broken queue from hanging the run.
+constexpr nsecs_t kGuardNs = 20000000000LL;
+
+struct Firing {
+    int tag;
+    int64_t nowUs;    // what the queue handed to fire()
+    int64_t clockUs;  // the clock when fire() ran
+};
+
+// Collects firings from the queue's thread; the test thread waits on it.
+class FireLog {
+public:
+    void add(const Firing& f) {
+        Mutex::Autolock _l(mLock);
+        mFirings.push_back(f);
+        mChanged.broadcast();
+    }
+    // false when |n| firings did not arrive before the guard ran out.
+    bool waitForCount(size_t n) {
+        Mutex::Autolock _l(mLock);
+        const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + kGuardNs;
+        while (mFirings.size() < n) {
+            const nsecs_t left = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
+            if (left <= 0) return false;
+            mChanged.waitRelative(mLock, left);
+        }
+        return true;
+    }
+    std::vector<Firing> firings() const {
+        Mutex::Autolock _l(mLock);
+        return mFirings;
+    }
+    std::vector<int> tags() const {
+        std::vector<int> t;
+        for (const Firing& f : firings()) t.push_back(f.tag);
+        return t;
+    }
+    size_t size() const {
+        Mutex::Autolock _l(mLock);
+        return mFirings.size();
+    }
+
+private:
+    mutable Mutex mLock;  // guards mFirings
+    Condition mChanged;
+    std::vector<Firing> mFirings;
+};
+
+class TestEvent : public TimedEventQueue::Event {
+public:
+    using Action = std::function<void(TimedEventQueue*, TestEvent*)>;
+    TestEvent(FireLog* log, int tag, Action action = nullptr)
+        : mLog(log), mTag(tag), mAction(std::move(action)) {}
+
+    void fire(TimedEventQueue* queue, int64_t nowUs) override {
+        if (mAction) mAction(queue, this);
+        mLog->add({mTag, nowUs, ALooper::GetNowUs()});
+    }
+
+private:
+    FireLog* mLog;
+    int mTag;
+    Action mAction;
+};
+
+// Threads named like the queue's, the main thread left out: the test
+// executable's own name truncates to the same fifteen characters.  A thread
+// just joined may linger in /proc for a moment, so only count while running.
+int queueThreadCount() {
+    int n = 0;
+    DIR* dir = opendir("/proc/self/task");
+    if (dir == nullptr) return -1;
+    while (dirent* d = readdir(dir)) {
+        if (d->d_name[0] == '.' || atoi(d->d_name) == getpid()) continue;
+        std::ifstream comm(std::string("/proc/self/task/") + d->d_name + "/comm");
+        std::string name;
+        std::getline(comm, name);
+        n += name == "TimedEventQueue";
+    }
+    closedir(dir);
+    return n;
+}
+
+// ---------------------------------------------------------------------------
+// Order of firing
+
+TEST(TimedEventQueueOrderTest, PostEventFirstThenByTimeInPostingOrderThenBack) {
+    TimedEventQueue queue;
+    FireLog log;
+    const int64_t base = ALooper::GetNowUs();
+    std::map<int, int64_t> due;
+    std::vector<TimedEventQueue::event_id> ids;
+    std::vector<sp<TestEvent>> events;
+    auto ev = [&](int tag) {
+        events.push_back(new TestEvent(&log, tag));
+        return events.back();
+    };
+
+    // Posted before start, so the queue alone decides the order.
+    ids.push_back(queue.postTimedEvent(ev(0), due[0] = base + 60000));
+    ids.push_back(queue.postEventToBack(ev(1)));
+    ids.push_back(queue.postTimedEvent(ev(2), due[2] = base + 20000));
+    ids.push_back(queue.postEvent(ev(3)));
+    ids.push_back(queue.postTimedEvent(ev(4), due[4] = base + 20000));
+    ids.push_back(queue.postEvent(ev(5)));
+    ids.push_back(queue.postTimedEvent(ev(6), due[6] = base + 20000));
+    ids.push_back(queue.postTimedEvent(ev(7), -5));
+    ids.push_back(queue.postEventWithDelay(ev(8), 0));
+
+    for (size_t i = 0; i < ids.size(); ++i) {
+        EXPECT_EQ(ids[i], TimedEventQueue::event_id(i + 1));
+        EXPECT_EQ(events[i]->eventID(), ids[i]);
+    }
+
+    queue.start();
+    queue.stop(true);
+
+    EXPECT_EQ(log.tags(), (std::vector<int>{3, 5, 7, 8, 2, 4, 6, 0, 1}));
+    for (const Firing& f : log.firings()) {
+        if (due.count(f.tag)) {
+            EXPECT_GE(f.nowUs, due[f.tag]) << "event " << f.tag << " fired early";
+        }
+        EXPECT_LE(f.nowUs, f.clockUs);
+    }
+    for (const sp<TestEvent>& e : events) EXPECT_EQ(e->eventID(), 0);
+}
+
+// Random posts and concurrent cancellations: every event either fires once
+// or is reported cancelled, never both, never early, and the firings keep
+// the queue's order.
+TEST(TimedEventQueueOrderTest, RandomPostsAndCancelsKeepTheInvariants) {
+    const char* seedEnv = getenv("ROTAVOX_TEST_SEED");
+    const unsigned seed = seedEnv ? unsigned(strtoul(seedEnv, nullptr, 0)) : 20240611u;
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+
+    TimedEventQueue queue;
+    FireLog log;
+    constexpr int kEvents = 300;
+    struct Posted {
+        sp<TestEvent> event;
+        TimedEventQueue::event_id id;
+        int64_t dueUs;  // as queued, specials included
+    };
+    std::vector<Posted> posted;
+    const int64_t base = ALooper::GetNowUs();
+    for (int i = 0; i < kEvents; ++i) {
+        sp<TestEvent> e = new TestEvent(&log, i);
+        const int kind = int(rng() % 10);
+        if (kind == 0) {
+            posted.push_back({e, queue.postEvent(e), INT64_MIN + 1});
+        } else if (kind == 1) {
+            posted.push_back({e, queue.postEventToBack(e), INT64_MAX});
+        } else {
+            const int64_t due = base + int64_t(rng() % 40000);
+            posted.push_back({e, queue.postTimedEvent(e, due), due});
+        }
+    }
+
+    queue.start();
+    std::vector<bool> cancelled(kEvents, false);
+    std::vector<int> order(kEvents);
+    for (int i = 0; i < kEvents; ++i) order[i] = i;
+    std::shuffle(order.begin(), order.end(), rng);
+    for (int k = 0; k < kEvents / 3; ++k) {
+        const int i = order[k];
+        cancelled[i] = queue.cancelEvent(posted[i].id);
+        if (cancelled[i]) {
+            EXPECT_FALSE(queue.cancelEvent(posted[i].id));
+        }
+    }
+    queue.stop(true);
+
+    std::vector<int> fired = log.tags();
+    std::vector<int> timesFired(kEvents, 0);
+    for (int t : fired) ++timesFired[t];
+    for (int i = 0; i < kEvents; ++i) {
+        EXPECT_EQ(timesFired[i] + int(cancelled[i]), 1) << "event " << i;
+        EXPECT_EQ(posted[i].event->eventID(), 0);
+    }
+    std::vector<int> expected;
+    for (int i = 0; i < kEvents; ++i) {
+        if (!cancelled[i]) expected.push_back(i);
+    }
+    std::stable_sort(expected.begin(), expected.end(),
+                     [&](int a, int b) { return posted[a].dueUs < posted[b].dueUs; });
+    EXPECT_EQ(fired, expected);
+    for (const Firing& f : log.firings()) {
+        const int64_t due = posted[f.tag].dueUs;
+        if (due > 0 && due != INT64_MAX) {
+            EXPECT_GE(f.nowUs, due);
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Cancelling
+
+TEST(TimedEventQueueCancelTest, IdsThatMatchNothing) {
+    TimedEventQueue queue;
+    FireLog log;
+    sp<TestEvent> e = new TestEvent(&log, 1);
+    EXPECT_FALSE(queue.cancelEvent(0));
+
+    // Posting a queued event again re-queues it under a new id; the first id
+    // then matches nothing.
+    const auto first = queue.postEvent(e);
+    const auto second = queue.postEvent(e);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(e->eventID(), second);
+    EXPECT_FALSE(queue.cancelEvent(first));
+    EXPECT_TRUE(queue.cancelEvent(second));
+    EXPECT_FALSE(queue.cancelEvent(second));
+    EXPECT_EQ(e->eventID(), 0);
+
+    // One of the two items is left; it fires once.
+    queue.start();
+    ASSERT_TRUE(log.waitForCount(1));
+    sp<TestEvent> f = new TestEvent(&log, 2);
+    const auto fid = queue.postEvent(f);
+    queue.stop(true);
+    EXPECT_EQ(log.tags(), (std::vector<int>{1, 2}));
+    EXPECT_FALSE(queue.cancelEvent(fid));  // already fired
+}
+
+struct TagIs {
+    std::function<bool(int)> accept;
+    std::map<const TimedEventQueue::Event*, int> tags;
+};
+
+bool MatchTag(void* cookie, const sp<TimedEventQueue::Event>& event) {
+    TagIs* t = static_cast<TagIs*>(cookie);
+    return t->accept(t->tags[event.get()]);
+}
+
+TEST(TimedEventQueueCancelTest, CancelEventsByPredicate) {
+    TimedEventQueue queue;
+    FireLog log;
+    TagIs match;
+    std::vector<sp<TestEvent>> events;
+    for (int i = 0; i < 6; ++i) {
+        events.push_back(new TestEvent(&log, i));
+        match.tags[events.back().get()] = i;
+        queue.postEvent(events.back());
+    }
+    match.accept = [](int tag) { return tag % 2 == 0; };
+    queue.cancelEvents(MatchTag, &match, false);
+    EXPECT_EQ(events[0]->eventID(), 0);
+    EXPECT_EQ(events[2]->eventID(), 0);
+    EXPECT_EQ(events[4]->eventID(), 0);
+
+    match.accept = [](int) { return true; };
+    queue.cancelEvents(MatchTag, &match, true);  // only the first that is left
+    EXPECT_EQ(events[1]->eventID(), 0);
+    EXPECT_NE(events[3]->eventID(), 0);
+
+    queue.start();
+    queue.stop(true);
+    EXPECT_EQ(log.tags(), (std::vector<int>{3, 5}));
+}
+
+// The thread logs the capped-wait warning under the queue's lock and then
+// waits; once the test sees the line and takes the lock itself, the thread is
+// known to be waiting for that head.
+TEST(TimedEventQueueCancelTest, CancellingTheHeadWhileTheThreadWaitsForIt) {
+    LogCapture capture;
+    TimedEventQueue queue;
+    FireLog log;
+    queue.start();
+    sp<TestEvent> far = new TestEvent(&log, 1);
+    const auto id = queue.postEventWithDelay(far, 12000000);
+    ASSERT_TRUE(capture.waitFor(kTag, "delay_us exceeds max timeout", 10s, ANDROID_LOG_WARN));
+    EXPECT_TRUE(queue.cancelEvent(id));
+
+    const std::string warning =
+            "Event " + std::to_string(id) + " was not found in the queue, already cancelled?";
+    ASSERT_TRUE(capture.waitFor(kTag, warning, 10s, ANDROID_LOG_WARN));
+
+    // The loop goes on.
+    queue.postEvent(new TestEvent(&log, 2));
+    ASSERT_TRUE(log.waitForCount(1));
+    queue.stop(false);
+    EXPECT_EQ(log.tags(), (std::vector<int>{2}));
+    EXPECT_EQ(capture.count(kTag, "was not found in the queue"), 1);
+}
+
+TEST(TimedEventQueueCancelTest, ANewHeadWakesTheWaitingThread) {
+    LogCapture capture;
+    TimedEventQueue queue;
+    FireLog log;
+    queue.start();
+    sp<TestEvent> far = new TestEvent(&log, 1);
+    const auto farId = queue.postEventWithDelay(far, 12000000);
+    ASSERT_TRUE(capture.waitFor(kTag, "delay_us exceeds max timeout", 10s));
+    queue.postEventWithDelay(new TestEvent(&log, 2), 1000);
+    ASSERT_TRUE(log.waitForCount(1));
+    EXPECT_EQ(log.tags(), (std::vector<int>{2}));
+    queue.stop(false);
+    EXPECT_EQ(far->eventID(), farId);  // dropped by stop, never fired
+    EXPECT_EQ(log.size(), 1u);
+}
+
+// ---------------------------------------------------------------------------
+// Events that use the queue from fire()
+
+TEST(TimedEventQueueFireTest, AnEventRepostsItselfFromFire) {
+    TimedEventQueue queue;
+    FireLog log;
+    std::vector<TimedEventQueue::event_id> idsDuringFire, reposted;
+    sp<TestEvent> e = new TestEvent(&log, 7, [&](TimedEventQueue* q, TestEvent* self) {
+        idsDuringFire.push_back(self->eventID());
+        if (idsDuringFire.size() < 3) reposted.push_back(q->postEventWithDelay(self, 1000));
+    });
+    const auto firstId = queue.postEvent(e);
+    queue.start();
+    ASSERT_TRUE(log.waitForCount(3));
+    queue.stop(true);  // drains: nothing more was queued
+    EXPECT_EQ(log.size(), 3u);
+    EXPECT_EQ(idsDuringFire, (std::vector<TimedEventQueue::event_id>{0, 0, 0}));
+    ASSERT_EQ(reposted.size(), 2u);
+    EXPECT_GT(reposted[0], firstId);
+    EXPECT_GT(reposted[1], reposted[0]);
+}
+
+// ---------------------------------------------------------------------------
+// Thread life
+
+TEST(TimedEventQueueThreadTest, StartTwiceRunsOneNamedForegroundThread) {
+    TimedEventQueue queue;
+    queue.stop(false);  // never started: nothing to do
+    FireLog log;
+    char name[17] = {};
+    int nice = 0;
+    pid_t tid = 0;
+    queue.start();
+    queue.start();
+    queue.postEvent(new TestEvent(&log, 1, [&](TimedEventQueue*, TestEvent*) {
+        prctl(PR_GET_NAME, (unsigned long)name, 0, 0, 0);
+        nice = androidGetThreadPriority(0);
+        tid = gettid();
+    }));
+    ASSERT_TRUE(log.waitForCount(1));
+    EXPECT_EQ(queueThreadCount(), 1);
+    EXPECT_STREQ(name, "TimedEventQueue");
+    EXPECT_NE(tid, gettid());
+
+    // Whether -2 can be had depends on the privilege to raise priorities.
+    std::thread probe([&] {
+        if (androidSetThreadPriority(0, ANDROID_PRIORITY_FOREGROUND) == 0) {
+            EXPECT_EQ(nice, ANDROID_PRIORITY_FOREGROUND);
+        }
+    });
+    probe.join();
+
+    queue.stop(false);
+}
+
+TEST(TimedEventQueueThreadTest, EventsWaitForAThreadAndRestartWorks) {
+    TimedEventQueue queue;
+    FireLog log;
+    sp<TestEvent> waiting = new TestEvent(&log, 1);
+    const auto id = queue.postEvent(waiting);
+    queue.stop(true);  // not running: returns at once, the event stays queued
+    EXPECT_EQ(waiting->eventID(), id);
+
+    queue.start();
+    ASSERT_TRUE(log.waitForCount(1));
+    queue.stop(false);
+
+    queue.postEvent(new TestEvent(&log, 2));
+    EXPECT_EQ(log.size(), 1u);  // no thread runs after stop
+    queue.start();
+    ASSERT_TRUE(log.waitForCount(2));
+    queue.stop(false);
+    EXPECT_EQ(log.tags(), (std::vector<int>{1, 2}));
+}
+
+TEST(TimedEventQueueThreadTest, StopWithoutFlushDropsQueuedEvents) {
+    LogCapture capture;
+    TimedEventQueue queue;
+    FireLog log;
+    queue.start();
+    sp<TestEvent> far = new TestEvent(&log, 1);
+    sp<TestEvent> later = new TestEvent(&log, 2);
+    const auto farId = queue.postEventWithDelay(far, 12000000);
+    ASSERT_TRUE(capture.waitFor(kTag, "delay_us exceeds max timeout", 10s));
+    const auto laterId = queue.postTimedEvent(later, ALooper::GetNowUs() + 13000000);
+    queue.stop(false);
+
+    EXPECT_EQ(log.size(), 0u);
+    // Dropped events keep their ids but are no longer queued.
+    EXPECT_EQ(far->eventID(), farId);
+    EXPECT_EQ(later->eventID(), laterId);
+    EXPECT_FALSE(queue.cancelEvent(farId));
+}
+
+TEST(TimedEventQueueThreadTest, StopWithFlushFiresEverythingAtItsTime) {
+    TimedEventQueue queue;
+    FireLog log;
+    queue.start();
+    const int64_t base = ALooper::GetNowUs();
+    queue.postTimedEvent(new TestEvent(&log, 1), base + 30000);
+    queue.postTimedEvent(new TestEvent(&log, 2), base + 10000);
+    queue.postEvent(new TestEvent(&log, 3));
+    queue.stop(true);
+    EXPECT_EQ(log.tags(), (std::vector<int>{3, 2, 1}));
+    for (const Firing& f : log.firings()) {
+        const int64_t dueUs = f.tag == 1 ? base + 30000 : f.tag == 2 ? base + 10000 : 0;
+        EXPECT_GE(f.nowUs, dueUs) << "event " << f.tag;
+    }
+}
+
+TEST(TimedEventQueueDeathTest, NegativeDelayAborts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    TimedEventQueue queue;
+    FireLog log;
+    sp<TestEvent> e = new TestEvent(&log, 1);
+    EXPECT_DEATH(queue.postEventWithDelay(e, -1),
+                 "TimedEventQueue: frameworks/av/media/librotavox/TimedEventQueue:113 "
+                 "CHECK\\(delay_us >= 0\\) failed\\.");
+    EXPECT_EQ(queue.postEventWithDelay(e, 0), 1);
+}
+
+// ---------------------------------------------------------------------------
+// Wake lock
+
+class TimedEventQueueWakeLockTest : public ::testing::Test {
+protected:
+    void SetUp() override { mPower = host::restoreDefaultPowerService(); }
+    void TearDown() override {
+        host::flushBinderThread();
+        host::restoreDefaultPowerService();
+    }
+
+    static bool heldByQueue(const sp<host::HostPowerService>& service) {
+        auto locks = service->heldWakeLocks();
+        return locks.size() == 1 && locks[0].flags == POWERMANAGER_PARTIAL_WAKE_LOCK &&
+               locks[0].tag == String16("TimedEventQueue") &&
+               locks[0].packageName == String16("media");
+    }
+
+    sp<host::HostPowerService> mPower;
+    FireLog mLog;
+};
+
+TEST_F(TimedEventQueueWakeLockTest, OneLockSharedByFarEventsUntilTheLastGoes) {
+    TimedEventQueue queue;
+    // Post as if serving an app's call: the lock must be taken as ourselves.
+    const int64_t appIdentity = (int64_t(10123) << 32) | 4321;
+    IPCThreadState::self()->restoreCallingIdentity(appIdentity);
+
+    queue.postEventWithDelay(new TestEvent(&mLog, 1), 150000);
+    const auto cancelled = queue.postEventWithDelay(new TestEvent(&mLog, 2), 10000000);
+    const auto last = queue.postEventWithDelay(new TestEvent(&mLog, 3), 10000000);
+
+    EXPECT_EQ(IPCThreadState::self()->getCallingUid(), 10123u);
+    EXPECT_EQ(IPCThreadState::self()->getCallingPid(), 4321);
+    IPCThreadState::self()->clearCallingIdentity();
+    ASSERT_TRUE(heldByQueue(mPower));
+    EXPECT_EQ(mPower->heldWakeLocks()[0].uid, int(getuid()));
+    EXPECT_EQ(mPower->heldWakeLocks()[0].pid, int(getpid()));
+
+    queue.start();
+    ASSERT_TRUE(mLog.waitForCount(1));
+    // The thread gives back the fired item's count after fire() returns; the
+    // next event it fires shows that it is done with that.
+    queue.postEvent(new TestEvent(&mLog, 4));
+    ASSERT_TRUE(mLog.waitForCount(2));
+    EXPECT_TRUE(queue.cancelEvent(cancelled));
+    EXPECT_TRUE(heldByQueue(mPower));
+    EXPECT_EQ(mPower->releaseRequests(), 0);
+
+    EXPECT_TRUE(queue.cancelEvent(last));
+    EXPECT_TRUE(mPower->heldWakeLocks().empty());
+    EXPECT_EQ(mPower->acquireRequests(), 1);
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+    queue.stop(false);
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+}
+
+TEST_F(TimedEventQueueWakeLockTest, OnlyItemsDueMoreThan100msAheadTakeACount) {
+    TimedEventQueue queue;
+    const auto near = queue.postEventWithDelay(new TestEvent(&mLog, 1), 100000);
+    queue.postEvent(new TestEvent(&mLog, 2));
+    EXPECT_EQ(mPower->acquireRequests(), 0);
+    const auto far1 = queue.postEventWithDelay(new TestEvent(&mLog, 3), 200000);
+    EXPECT_EQ(mPower->acquireRequests(), 1);
+    const auto far2 = queue.postEventWithDelay(new TestEvent(&mLog, 4), 300000);
+    EXPECT_EQ(mPower->acquireRequests(), 1);
+
+    EXPECT_TRUE(queue.cancelEvent(near));
+    EXPECT_TRUE(queue.cancelEvent(far1));
+    EXPECT_EQ(mPower->releaseRequests(), 0);
+    EXPECT_TRUE(queue.cancelEvent(far2));
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+    EXPECT_TRUE(mPower->heldWakeLocks().empty());
+}
+
+TEST_F(TimedEventQueueWakeLockTest, StopGivesTheLockBackOnceAndResetsTheCount) {
+    TimedEventQueue queue;
+    queue.start();
+    queue.postEventWithDelay(new TestEvent(&mLog, 1), 10000000);
+    queue.postEventWithDelay(new TestEvent(&mLog, 2), 11000000);
+    ASSERT_TRUE(heldByQueue(mPower));
+    queue.stop(false);
+    EXPECT_EQ(mPower->acquireRequests(), 1);
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+    EXPECT_TRUE(mPower->heldWakeLocks().empty());
+    EXPECT_EQ(mLog.size(), 0u);
+
+    // The count is 0 again: the next far event asks the service anew.
+    const auto id = queue.postEventWithDelay(new TestEvent(&mLog, 3), 10000000);
+    EXPECT_EQ(mPower->acquireRequests(), 2);
+    EXPECT_TRUE(queue.cancelEvent(id));
+    EXPECT_EQ(mPower->releaseRequests(), 2);
+}
+
+TEST_F(TimedEventQueueWakeLockTest, StopWithFlushCountsItsOwnStopEvent) {
+    TimedEventQueue queue;
+    queue.start();
+    queue.postEventWithDelay(new TestEvent(&mLog, 1), 1000);
+    queue.stop(true);
+    EXPECT_EQ(mLog.size(), 1u);
+    // The stop event is due at the very end, hence "far".
+    EXPECT_EQ(mPower->acquireRequests(), 1);
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+    EXPECT_TRUE(mPower->heldWakeLocks().empty());
+}
+
+TEST_F(TimedEventQueueWakeLockTest, WithoutAServiceEventsStillFireAndEachAcquisitionWarns) {
+    LogCapture capture;
+    ASSERT_TRUE(host::removeService(kPower));
+    TimedEventQueue queue;
+    const int64_t base = ALooper::GetNowUs();
+    queue.postTimedEvent(new TestEvent(&mLog, 1), base + 150000);
+    queue.postTimedEvent(new TestEvent(&mLog, 2), base + 160000);
+    EXPECT_EQ(capture.count(kTag, "cannot connect to the power manager service",
+                            ANDROID_LOG_WARN),
+              2);
+    queue.start();
+    ASSERT_TRUE(mLog.waitForCount(2));
+    queue.stop(false);
+    EXPECT_EQ(mLog.tags(), (std::vector<int>{1, 2}));
+    EXPECT_EQ(mPower->acquireRequests(), 0);
+
+    // Looked up again once the service is back.
+    sp<host::HostPowerService> back = host::restoreDefaultPowerService();
+    const auto id = queue.postEventWithDelay(new TestEvent(&mLog, 3), 10000000);
+    EXPECT_TRUE(heldByQueue(back));
+    EXPECT_TRUE(queue.cancelEvent(id));
+    EXPECT_TRUE(back->heldWakeLocks().empty());
+}
+
+// An item whose acquisition was refused still carries the flag; its release
+// takes away the count a later item obtained.
+TEST_F(TimedEventQueueWakeLockTest, RefusedAcquisitionsKeepTheFlagAndUnbalanceTheCount) {
+    TimedEventQueue queue;
+    mPower->setRefusal(PERMISSION_DENIED);
+    const auto refused = queue.postEventWithDelay(new TestEvent(&mLog, 1), 10000000);
+    queue.postEventWithDelay(new TestEvent(&mLog, 2), 10000000);
+    EXPECT_EQ(mPower->acquireRequests(), 2);  // count stayed 0, so both asked
+    EXPECT_TRUE(mPower->heldWakeLocks().empty());
+
+    mPower->setRefusal(OK);
+    const auto granted = queue.postEventWithDelay(new TestEvent(&mLog, 3), 10000000);
+    EXPECT_EQ(mPower->acquireRequests(), 3);
+    ASSERT_TRUE(heldByQueue(mPower));
+
+    EXPECT_TRUE(queue.cancelEvent(refused));
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+    EXPECT_TRUE(mPower->heldWakeLocks().empty());  // given back early, by design
+    EXPECT_TRUE(queue.cancelEvent(granted));
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+}
+
+TEST_F(TimedEventQueueWakeLockTest, AnEventThatPostsAndCancelsItselfFromFire) {
+    TimedEventQueue queue;
+    bool cancelledFirst = false, cancelledAgain = true;
+    queue.postEvent(new TestEvent(&mLog, 1, [&](TimedEventQueue* q, TestEvent* self) {
+        const auto id = q->postEventWithDelay(self, 10000000);
+        cancelledFirst = q->cancelEvent(id);
+        cancelledAgain = q->cancelEvent(id);
+    }));
+    queue.start();
+    ASSERT_TRUE(mLog.waitForCount(1));
+    EXPECT_TRUE(cancelledFirst);
+    EXPECT_FALSE(cancelledAgain);
+    EXPECT_EQ(mPower->acquireRequests(), 1);
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+    queue.stop(false);
+    EXPECT_EQ(mLog.size(), 1u);
+    EXPECT_EQ(mPower->releaseRequests(), 1);
+}
+
+TEST_F(TimedEventQueueWakeLockTest, ServiceDeathWhileHeld) {
+    sp<host::HostPowerService> dying = mPower;
+    sp<host::HostPowerService> reborn;
+    {
+        TimedEventQueue queue;
+        queue.start();
+        const auto first = queue.postEventWithDelay(new TestEvent(&mLog, 1), 10000000);
+        ASSERT_TRUE(heldByQueue(dying));
+
+        ASSERT_TRUE(host::killService(kPower));
+        host::flushBinderThread();
+        // The queue gave the lock back on the stale connection.
+        EXPECT_EQ(dying->releaseRequests(), 1);
+
+        reborn = host::restoreDefaultPowerService();
+        const auto second = queue.postEventWithDelay(new TestEvent(&mLog, 2), 10000000);
+        EXPECT_EQ(dying->acquireRequests(), 1);
+        EXPECT_EQ(reborn->acquireRequests(), 1);
+        EXPECT_TRUE(heldByQueue(reborn));
+
+        // The first item still carries its flag: cancelling it gives back the
+        // lock the second one took.
+        EXPECT_TRUE(queue.cancelEvent(first));
+        EXPECT_EQ(reborn->releaseRequests(), 1);
+        EXPECT_TRUE(queue.cancelEvent(second));
+        EXPECT_EQ(reborn->releaseRequests(), 1);
+        const auto third = queue.postEventWithDelay(new TestEvent(&mLog, 3), 10000000);
+        EXPECT_EQ(reborn->acquireRequests(), 2);
+        EXPECT_NE(third, 0);
+    }
+    // Destruction stopped the queue (one forced release) and unhooked its
+    // death recipient, so a later death finds nobody to call.
+    EXPECT_EQ(reborn->releaseRequests(), 2);
+    EXPECT_TRUE(reborn->heldWakeLocks().empty());
+    host::killService(kPower);
+    host::flushBinderThread();
+    EXPECT_EQ(reborn->releaseRequests(), 2);
+    EXPECT_EQ(mLog.size(), 0u);
+}
+
+}  // namespace
+}  // namespace android
