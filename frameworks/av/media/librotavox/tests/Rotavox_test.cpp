@@ -1,0 +1,700 @@
+// The player: preparation, track selection, transport, the watchdog, and the
+// audio callback's fill rules, on real fixture files heard through the host's
+// WAV sink and on a scripted source.
+
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <fstream>
+#include <mutex>
+#include <thread>
+#include <string>
+#include <vector>
+
+#include <media/AudioTrack.h>
+#include <media/HostAudioSink.h>
+#include <media/MediaPlayerInterface.h>
+#include <media/stagefright/MediaBuffer.h>
+#include <media/stagefright/MediaErrors.h>
+#include <media/stagefright/MetaData.h>
+#include <system/audio.h>
+
+#include "LogCapture.h"
+#include "Rotavox.h"
+#include "RotavoxSource.h"
+
+namespace android {
+
+using testing::LogCapture;
+using namespace std::chrono_literals;
+
+// Reaches the player's private state; the player itself exposes no flags.
+struct RotavoxTestPeer {
+    explicit RotavoxTestPeer(Rotavox& p) : player(p) {}
+    uint32_t flags() const { return player.mFlags; }
+    size_t audioTrackIndex() const { return player.mAudioTrackIndex; }
+    status_t status() const { return player.mStatus; }
+    int64_t seekPositionUs() const { return player.mSeekPositionUs; }
+    int64_t durationUs() const { return player.mDurationUs; }
+    sp<RotavoxSource> source() const { return player.mSource; }
+    sp<AudioTrack> track() const { return player.mAudioTrack; }
+    void setSource(const sp<RotavoxSource>& s) { player.mSource = s; }
+    void setAudioPaused(bool paused) { player.mAudioPaused = paused; }
+    size_t fillBuffer(void* data, size_t size) { return player.fillBuffer(data, size); }
+    void setIsAsyncPrepare(bool async) { player.mIsAsyncPrepare = async; }
+    status_t prepareAsync_l() { return player.prepareAsync_l(); }
+    void abortPrepare(status_t err) { player.abortPrepare(err); }
+    void postCheckStatusEvent_l(int64_t delayUs) { player.postCheckStatusEvent_l(delayUs); }
+    void releaseInputBuffer() {
+        if (player.mInputBuffer != NULL) {
+            player.mInputBuffer->release();
+            player.mInputBuffer = NULL;
+        }
+    }
+    Rotavox& player;
+};
+
+namespace {
+
+const int kUnknownError = (int)UNKNOWN_ERROR;
+
+std::string fixture(const char* name) {
+    const char* dir = getenv("ROTAVOX_FIXTURES");
+    return std::string(dir ? dir : "fixtures") + "/" + name;
+}
+
+// Observes the messages a player sends, as the platform's player object would.
+struct Message {
+    int msg, ext1, ext2;
+};
+
+class RecordingPlayer : public MediaPlayerBase {
+public:
+    struct Recorder : public MediaPlayerBase::Listener {
+        void notify(int msg, int ext1, int ext2, const Parcel*) override {
+            std::lock_guard<std::mutex> l(lock);
+            messages.push_back({msg, ext1, ext2});
+            changed.notify_all();
+        }
+        std::mutex lock;  // guards messages
+        std::condition_variable changed;
+        std::vector<Message> messages;
+    };
+
+    RecordingPlayer() : mRecorder(new Recorder) { setNotifyCallback(mRecorder); }
+
+    std::vector<int> codes() {
+        std::lock_guard<std::mutex> l(mRecorder->lock);
+        std::vector<int> out;
+        for (const Message& m : mRecorder->messages) out.push_back(m.msg);
+        return out;
+    }
+    std::vector<Message> messages() {
+        std::lock_guard<std::mutex> l(mRecorder->lock);
+        return mRecorder->messages;
+    }
+    bool waitFor(int msg, std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> l(mRecorder->lock);
+        return mRecorder->changed.wait_for(l, timeout, [&] {
+            for (const Message& m : mRecorder->messages) {
+                if (m.msg == msg) return true;
+            }
+            return false;
+        });
+    }
+    void clear() {
+        std::lock_guard<std::mutex> l(mRecorder->lock);
+        mRecorder->messages.clear();
+    }
+
+private:
+    sp<Recorder> mRecorder;
+};
+
+// Polls observable state against a generous deadline; the deadline is only a
+// guard against a hang, never the oracle.
+template <typename Pred>
+bool eventually(Pred pred, std::chrono::milliseconds timeout = 5000ms) {
+    auto end = std::chrono::steady_clock::now() + timeout;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(2ms);
+    }
+    return true;
+}
+
+class RotavoxTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        // The null sink at full speed: no device, no real-time wait.
+        HostAudioOptions options;
+        options.sink = "null";
+        options.clock = std::make_shared<HostManualClock>();
+        mSinkScope.reset(new HostAudioOptionsScope(options));
+    }
+    void TearDown() override { mSinkScope.reset(); }
+
+    std::unique_ptr<HostAudioOptionsScope> mSinkScope;
+    LogCapture mLog;
+};
+
+// --- Preparation -------------------------------------------------------------
+
+TEST_F(RotavoxTest, SynchronousPreparationBuildsSourceAndTrackWithoutPreparedMessage) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    sp<RecordingPlayer> observer = new RecordingPlayer;
+    player.setListener(observer);
+
+    ASSERT_EQ(OK, player.setDataSource(fixture("flac16.flac").c_str()));
+    EXPECT_EQ(NO_INIT, peer.status());
+    ASSERT_EQ(OK, player.prepare());
+    EXPECT_EQ(OK, peer.status());
+    EXPECT_TRUE(peer.flags() & Rotavox::PREPARED);
+    EXPECT_NE(nullptr, peer.source().get());
+    EXPECT_NE(nullptr, peer.track().get());
+    int64_t durationUs = 0;
+    ASSERT_EQ(OK, player.getDuration(&durationUs));
+    EXPECT_NEAR(3000000, durationUs, 30000);
+    EXPECT_EQ(0u, player.flags());
+
+    // Preparing again answers at once; a synchronous preparation never
+    // announces itself.
+    EXPECT_EQ(OK, player.prepare());
+    EXPECT_EQ(OK, player.prepareAsync());
+    for (int code : observer->codes()) EXPECT_NE(1, code);
+}
+
+TEST_F(RotavoxTest, AsynchronousPreparationNotifiesPrepared) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    sp<RecordingPlayer> observer = new RecordingPlayer;
+    player.setListener(observer);
+
+    ASSERT_EQ(OK, player.setDataSource(fixture("mp3.mp3").c_str()));
+    ASSERT_EQ(OK, player.prepareAsync());
+    ASSERT_TRUE(observer->waitFor(1, 5000ms));
+    EXPECT_TRUE(eventually([&] { return (peer.flags() & Rotavox::PREPARED) != 0; }));
+    EXPECT_EQ(OK, peer.status());
+}
+
+TEST_F(RotavoxTest, ResetCancelsAPendingPreparation) {
+    for (bool async : {true, false}) {
+        SCOPED_TRACE(async ? "asynchronous" : "synchronous");
+        Rotavox player;
+        RotavoxTestPeer peer(player);
+        sp<RecordingPlayer> observer = new RecordingPlayer;
+        player.setListener(observer);
+        ASSERT_EQ(OK, player.setDataSource(fixture("flac16.flac").c_str()));
+        observer->clear();
+        mLog.clear();
+        {
+            // Holding the lock from posting to reset makes the prepare event
+            // run only once reset waits, so it always finds the cancel flag.
+            Mutex::Autolock l(player.mLock);
+            peer.setIsAsyncPrepare(async);
+            ASSERT_EQ(OK, peer.prepareAsync_l());
+            player.reset_l();
+        }
+        EXPECT_TRUE(mLog.contains("Rotavox", "prepare was cancelled before doing anything",
+                                  ANDROID_LOG_INFO));
+        EXPECT_EQ(0u, peer.flags());
+        std::vector<Message> m = observer->messages();
+        ASSERT_GE(m.size(), 1u);
+        EXPECT_EQ(8, m[0].msg);
+        if (async) {
+            ASSERT_EQ(2u, m.size());
+            EXPECT_EQ(100, m[1].msg);
+            EXPECT_EQ(1, m[1].ext1);
+            EXPECT_EQ(kUnknownError, m[1].ext2);
+        } else {
+            EXPECT_EQ(1u, m.size());
+        }
+    }
+}
+
+TEST_F(RotavoxTest, TwoAudioTracksKeepTheLaterOne) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    ASSERT_EQ(OK, player.setDataSource(fixture("twotracks.mkv").c_str()));
+    EXPECT_EQ(1u, peer.audioTrackIndex());
+}
+
+TEST_F(RotavoxTest, AudioTrackAfterAVideoTrackIsFound) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    ASSERT_EQ(OK, player.setDataSource(fixture("video.mp4").c_str()));
+    EXPECT_EQ(1u, peer.audioTrackIndex());
+    EXPECT_EQ(OK, player.prepare());
+}
+
+TEST_F(RotavoxTest, SixChannelsAreRefused) {
+    Rotavox player;
+    sp<RecordingPlayer> observer = new RecordingPlayer;
+    player.setListener(observer);
+    ASSERT_EQ(OK, player.setDataSource(fixture("six.flac").c_str()));
+    ASSERT_EQ(OK, player.prepareAsync());
+    ASSERT_TRUE(observer->waitFor(100, 5000ms));
+    EXPECT_TRUE(mLog.contains("Rotavox", "unsupported channels:6", ANDROID_LOG_ERROR));
+    EXPECT_TRUE(mLog.contains("Rotavox", "init audio decoder failed!", ANDROID_LOG_ERROR));
+    for (const Message& m : observer->messages()) {
+        if (m.msg == 100) {
+            EXPECT_EQ(1, m.ext1);
+            EXPECT_EQ(kUnknownError, m.ext2);
+        }
+    }
+    // The failure sticks: the decoder set-up's status gates what follows.
+    EXPECT_EQ(UNKNOWN_ERROR, player.prepare());
+    EXPECT_EQ(UNKNOWN_ERROR, player.forward(1000));
+}
+
+TEST_F(RotavoxTest, AFileWithoutAudioGatesEveryLaterCall) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    EXPECT_EQ(UNKNOWN_ERROR, player.setDataSource(fixture("video-only.mp4").c_str()));
+    EXPECT_TRUE(mLog.contains("Rotavox", "no audio track or invalid!", ANDROID_LOG_ERROR));
+    EXPECT_EQ(UNKNOWN_ERROR, player.prepare());
+    EXPECT_EQ(UNKNOWN_ERROR, player.prepareAsync());
+    EXPECT_EQ(UNKNOWN_ERROR, player.play());
+    EXPECT_EQ(UNKNOWN_ERROR, player.pause());
+    EXPECT_EQ(UNKNOWN_ERROR, player.forward(1000));
+    EXPECT_EQ(UNKNOWN_ERROR, player.rewind(1000));
+    EXPECT_EQ(UNKNOWN_ERROR, player.setPlaybackRatePermille(500));
+    int64_t durationUs;
+    EXPECT_EQ(UNKNOWN_ERROR, player.getDuration(&durationUs));
+    // The seek is refused but remembered.
+    EXPECT_EQ(UNKNOWN_ERROR, player.setPosition(1200));
+    EXPECT_EQ(1200000, player.getPosition());
+    // Until the next reset.
+    player.reset();
+    EXPECT_EQ(NO_INIT, peer.status());
+    EXPECT_EQ(-1, player.getPosition());
+}
+
+TEST_F(RotavoxTest, BadFilesAnswerWithAStatus) {
+    for (const char* name : {"bad-empty.mp3", "bad-garbage.wav", "bad-text.mp3",
+                             "bad-truncated.flac", "does-not-exist.flac"}) {
+        SCOPED_TRACE(name);
+        Rotavox player;
+        EXPECT_NE(OK, player.setDataSource(fixture(name).c_str()));
+        // No extractor: preparation has nothing to do, and transport stays
+        // refused with the unprepared status.
+        EXPECT_EQ(OK, player.prepare());
+        EXPECT_NE(OK, player.forward(1000));
+    }
+    Rotavox player;
+    EXPECT_EQ(UNKNOWN_ERROR, player.setDataSource((const char*)NULL));
+    EXPECT_NE(OK, player.setDataSource(-1, 0, 100));
+}
+
+// --- Transport -----------------------------------------------------------------
+
+TEST_F(RotavoxTest, SpeedOperationsClampAndChooseDirection) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    sp<RecordingPlayer> observer = new RecordingPlayer;
+    player.setListener(observer);
+    ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    sp<RotavoxSource> source = peer.source();
+    ASSERT_NE(nullptr, source.get());
+
+    struct Case {
+        const char* op;
+        int arg;
+        int rate;
+        bool forward;
+    } cases[] = {
+            {"rewind", 500, -500, false},    {"rewind", 20000, -10000, false},
+            {"rewind", -20000, 10000, false}, {"forward", -300, -300, true},
+            {"forward", 20000, 10000, true},  {"forward", -20000, -10000, true},
+            {"rate", -20000, -10000, true},   {"rate", 7000, 7000, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.op) + " " + std::to_string(c.arg));
+        status_t err = std::string(c.op) == "rewind"    ? player.rewind(c.arg)
+                       : std::string(c.op) == "forward" ? player.forward(c.arg)
+                                                         : player.setPlaybackRatePermille(c.arg);
+        EXPECT_EQ(OK, err);
+        EXPECT_EQ(c.rate, source->getTargetPlaybackRatePermille());
+        EXPECT_EQ(c.forward, source->isForward());
+        EXPECT_TRUE(player.isPlaying());
+    }
+    // setPlaybackRatePermille keeps the direction the last rewind chose.
+    ASSERT_EQ(OK, player.rewind(1000));
+    ASSERT_EQ(OK, player.setPlaybackRatePermille(3000));
+    EXPECT_FALSE(source->isForward());
+
+    // At zero: forward and rewind hold the record still but keep playing;
+    // setPlaybackRatePermille pauses first.
+    ASSERT_EQ(OK, player.forward(0));
+    EXPECT_EQ(0, source->getTargetPlaybackRatePermille());
+    EXPECT_TRUE(player.isPlaying());
+    ASSERT_EQ(OK, player.rewind(0));
+    EXPECT_TRUE(player.isPlaying());
+    observer->clear();
+    ASSERT_EQ(OK, player.setPlaybackRatePermille(0));
+    EXPECT_EQ(0, source->getTargetPlaybackRatePermille());
+    EXPECT_FALSE(player.isPlaying());
+    EXPECT_EQ(std::vector<int>({7}), observer->codes());
+}
+
+TEST_F(RotavoxTest, FirstPlayStartsAtZeroAndAnnouncesItselfOnce) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    sp<RecordingPlayer> observer = new RecordingPlayer;
+    player.setListener(observer);
+    ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    EXPECT_EQ(-1, peer.seekPositionUs());
+    observer->clear();
+    ASSERT_EQ(OK, player.forward(1000));
+    EXPECT_EQ(0, peer.seekPositionUs());
+    EXPECT_TRUE(peer.flags() & Rotavox::AUDIO_RUNNING);
+    ASSERT_EQ(OK, player.forward(1500));  // already playing: no second start
+    EXPECT_EQ(std::vector<int>({6}), observer->codes());
+    EXPECT_TRUE(eventually([&] { return player.getPosition() > 0; }));
+}
+
+TEST_F(RotavoxTest, SeekPausesAndASeekPastTheEndChangesNothing) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    sp<RecordingPlayer> observer = new RecordingPlayer;
+    player.setListener(observer);
+    ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    ASSERT_EQ(OK, player.forward(1000));
+
+    // Past the end (a 3 s file): ignored, still playing.
+    observer->clear();
+    EXPECT_EQ(OK, player.setPosition(5000));
+    EXPECT_EQ(0, peer.seekPositionUs());
+    EXPECT_TRUE(player.isPlaying());
+    EXPECT_TRUE(observer->codes().empty());
+
+    EXPECT_EQ(OK, player.setPosition(2000));
+    EXPECT_EQ(2000000, peer.seekPositionUs());
+    EXPECT_FALSE(player.isPlaying());
+    EXPECT_FALSE(peer.flags() & Rotavox::AUDIO_RUNNING);
+    EXPECT_EQ(std::vector<int>({7}), observer->codes());
+    EXPECT_TRUE(eventually([&] { return player.getPosition() == 2000000; }));
+
+    // Negative positions mean the start.
+    EXPECT_EQ(OK, player.setPosition(-1));
+    EXPECT_EQ(0, peer.seekPositionUs());
+}
+
+TEST_F(RotavoxTest, WatchdogWarnsOnceAndRearmsOnTheNextPlay) {
+    Rotavox player;
+    ASSERT_EQ(OK, player.setDataSource(fixture("flac16.flac").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    const char* kWarning = "no call from app in last 500ms since we start playing";
+
+    ASSERT_EQ(OK, player.forward(1000));
+    ASSERT_TRUE(mLog.waitFor("Rotavox", kWarning, 5000ms, ANDROID_LOG_WARN));
+    // No more warnings while nothing is called: the watchdog stopped.
+    EXPECT_FALSE(mLog.waitFor("Rotavox", "__never__", 1200ms));
+    EXPECT_EQ(1, mLog.count("Rotavox", kWarning));
+
+    // A new play arms it again.
+    ASSERT_EQ(OK, player.setPlaybackRatePermille(0));
+    mLog.clear();
+    ASSERT_EQ(OK, player.forward(1000));
+    EXPECT_TRUE(mLog.waitFor("Rotavox", kWarning, 5000ms, ANDROID_LOG_WARN));
+}
+
+TEST_F(RotavoxTest, RegularCallsKeepTheWatchdogQuiet) {
+    Rotavox player;
+    ASSERT_EQ(OK, player.setDataSource(fixture("flac16.flac").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    ASSERT_EQ(OK, player.forward(1000));
+    // An application that calls every 100 ms for 1.5 s: three watchdog
+    // periods pass without a warning.
+    auto end = std::chrono::steady_clock::now() + 1500ms;
+    while (std::chrono::steady_clock::now() < end) {
+        ASSERT_EQ(OK, player.forward(1000));
+        std::this_thread::sleep_for(100ms);
+    }
+    EXPECT_EQ(0, mLog.count("Rotavox", "no call from app"));
+}
+
+TEST_F(RotavoxTest, ResetReturnsToIdle) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    ASSERT_EQ(OK, player.forward(1000));
+    player.reset();
+    EXPECT_EQ(0u, peer.flags());
+    EXPECT_EQ(NO_INIT, peer.status());
+    EXPECT_EQ(-1, player.getPosition());
+    EXPECT_EQ((size_t)-1, peer.audioTrackIndex());
+    int64_t durationUs;
+    EXPECT_EQ(NO_INIT, player.getDuration(&durationUs));
+    EXPECT_EQ(nullptr, peer.source().get());
+    // And can play again.
+    ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    EXPECT_EQ(OK, player.forward(1000));
+}
+
+// --- What comes out ----------------------------------------------------------
+
+// The WAV fixture's left channel is (frame index mod 65536) - 32768 and its
+// right channel the same ramp run the other way; played through the engine
+// and written by the WAV sink, the output says where the record was.
+TEST_F(RotavoxTest, ForwardThenRewindPlaysTheFileThenItsReversal) {
+    char dir[] = "/tmp/rotavox-player-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(dir));
+    std::string wavPath = std::string(dir) + "/out.wav";
+
+    const int64_t kTurnFrames = 44100;       // rewind after 1 s of output
+    const int64_t kEndFrames = 44100 * 7 / 4;  // look at 1.75 s
+    std::mutex lock;  // guards turned, done
+    std::condition_variable cond;
+    bool turned = false, done = false;
+    Rotavox player;
+    HostAudioOptions options;
+    options.sink = "wav";
+    options.wavPath = wavPath;
+    options.clock = std::make_shared<HostManualClock>();
+    options.periodHook = [&](const HostAudioPeriod& period) {
+        std::lock_guard<std::mutex> l(lock);
+        if (!turned && period.deliveredFrames >= kTurnFrames) {
+            turned = true;
+            player.rewind(1000);
+        }
+        if (!done && period.deliveredFrames >= kEndFrames) {
+            done = true;
+            cond.notify_all();
+        }
+    };
+    HostAudioOptionsScope scope(options);
+
+    ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    ASSERT_EQ(OK, player.forward(1000));
+    {
+        std::unique_lock<std::mutex> l(lock);
+        ASSERT_TRUE(cond.wait_for(l, 60s, [&] { return done; }));
+    }
+    player.reset();  // destroys the track: the WAV is complete
+
+    std::ifstream in(wavPath, std::ios::binary);
+    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    ASSERT_GT(bytes.size(), 44u + kEndFrames * 4);
+    // The sink writes a canonical 44-byte header.
+    ASSERT_EQ(0, memcmp(bytes.data() + 36, "data", 4));
+    const int16_t* pcm = reinterpret_cast<const int16_t*>(bytes.data() + 44);
+    auto position = [&](int64_t frame) { return (int)pcm[2 * frame] + 32768; };
+
+    // Forward at normal speed: the input shifted by one frame, from the start.
+    EXPECT_EQ(1, position(0));
+    for (int64_t i = 0; i < kTurnFrames - 1; ++i) {
+        ASSERT_EQ(position(i) + 1, position(i + 1)) << "frame " << i;
+        ASSERT_EQ(65535 - position(i) - 32768, pcm[2 * i + 1]) << "right channel, frame " << i;
+    }
+    // After the turn (a ramp through zero speed of 2048 frames and a cache
+    // buffer of slack), the record runs backward at normal speed.
+    int64_t backwardFrames = 0;
+    int firstBackward = -1;
+    for (int64_t i = kTurnFrames + 4096; i < kEndFrames - 1; ++i) {
+        if (position(i + 1) == position(i) - 1) {
+            if (firstBackward < 0) firstBackward = position(i);
+            ++backwardFrames;
+        }
+    }
+    EXPECT_GT(backwardFrames, (kEndFrames - kTurnFrames - 4096) * 9 / 10);
+    // And it goes back over what was just played.
+    EXPECT_LT(firstBackward, position(kTurnFrames) + 16384);
+    EXPECT_GT(firstBackward, position(kTurnFrames) - 16384);
+    unlink(wavPath.c_str());
+    rmdir(dir);
+}
+
+// --- The audio callback's fill rules, over a scripted source ------------------
+
+class StubUpstream : public MediaSource {
+public:
+    status_t start(MetaData*) override { return OK; }
+    status_t stop() override { return OK; }
+    sp<MetaData> getFormat() override {
+        sp<MetaData> meta = new MetaData;
+        meta->setCString(kKeyMIMEType, "audio/raw");
+        meta->setInt32(kKeySampleRate, 44100);
+        meta->setInt32(kKeyChannelCount, 2);
+        return meta;
+    }
+    status_t read(MediaBufferBase** buffer, const ReadOptions*) override {
+        *buffer = NULL;
+        return ERROR_END_OF_STREAM;
+    }
+};
+
+class ScriptedSource : public RotavoxSource {
+public:
+    struct Step {
+        status_t status;
+        int bytes;  // < 0: no buffer
+    };
+    ScriptedSource() : RotavoxSource(new StubUpstream, nullptr) {}
+
+    status_t read(MediaBufferBase** buffer, const ReadOptions*) override {
+        ++reads;
+        if (script.empty()) {
+            *buffer = NULL;
+            return ERROR_END_OF_STREAM;
+        }
+        Step s = script.front();
+        script.pop_front();
+        *buffer = NULL;
+        if (s.bytes >= 0) {
+            MediaBufferBase* b = MediaBufferBase::Create(s.bytes);
+            uint8_t* p = static_cast<uint8_t*>(b->data());
+            for (int i = 0; i < s.bytes; ++i) p[i] = (uint8_t)(next++);
+            *buffer = b;
+        }
+        return s.status;
+    }
+
+    std::deque<Step> script;
+    int reads = 0;
+    int next = 0;
+};
+
+class FillBufferTest : public RotavoxTest {
+protected:
+    void SetUp() override {
+        RotavoxTest::SetUp();
+        source = new ScriptedSource;
+        peer.setSource(source);
+    }
+    void TearDown() override {
+        peer.releaseInputBuffer();
+        peer.setSource(NULL);
+        RotavoxTest::TearDown();
+    }
+    Rotavox player;
+    RotavoxTestPeer peer{player};
+    sp<ScriptedSource> source;
+};
+
+TEST_F(FillBufferTest, ALargeBufferIsConsumedAcrossCallbacksInOrder) {
+    source->script = {{OK, 1000}, {OK, 100}};
+    uint8_t out[300];
+    int expected = 0;
+    for (int call = 0; call < 3; ++call) {
+        ASSERT_EQ(300u, peer.fillBuffer(out, sizeof(out)));
+        for (uint8_t b : out) ASSERT_EQ((uint8_t)expected++, b);
+    }
+    EXPECT_EQ(1, source->reads);
+    // The last 100 bytes of the first buffer, then the whole second one.
+    ASSERT_EQ(200u, peer.fillBuffer(out, 200));
+    for (int i = 0; i < 200; ++i) ASSERT_EQ((uint8_t)expected++, out[i]);
+    EXPECT_EQ(2, source->reads);
+}
+
+TEST_F(FillBufferTest, AZeroByteRequestReadsNothing) {
+    source->script = {{OK, 100}};
+    uint8_t out[4];
+    EXPECT_EQ(0u, peer.fillBuffer(out, 0));
+    EXPECT_EQ(0, source->reads);
+}
+
+TEST_F(FillBufferTest, EmptyBuffersAreSkipped) {
+    source->script = {{OK, 0}, {OK, 0}, {OK, 50}};
+    uint8_t out[50];
+    EXPECT_EQ(50u, peer.fillBuffer(out, sizeof(out)));
+    EXPECT_EQ(3, source->reads);
+}
+
+TEST_F(FillBufferTest, EndOfStreamMidFillReportsNothing) {
+    source->script = {{OK, 100}, {ERROR_END_OF_STREAM, -1}};
+    uint8_t out[300];
+    EXPECT_EQ(0u, peer.fillBuffer(out, sizeof(out)));
+    // And the track keeps getting nothing.
+    EXPECT_EQ(0u, peer.fillBuffer(out, sizeof(out)));
+}
+
+TEST_F(FillBufferTest, PausedOutputGivesUpOnWouldBlockWithWhatWasCopied) {
+    peer.setAudioPaused(true);
+    source->script = {{OK, 100}, {WOULD_BLOCK, -1}};
+    uint8_t out[300];
+    EXPECT_EQ(100u, peer.fillBuffer(out, sizeof(out)));
+}
+
+TEST_F(FillBufferTest, RunningOutputRetriesWouldBlock) {
+    peer.setAudioPaused(false);
+    source->script = {{WOULD_BLOCK, -1}, {WOULD_BLOCK, -1}, {OK, 300}};
+    uint8_t out[300];
+    EXPECT_EQ(300u, peer.fillBuffer(out, sizeof(out)));
+    EXPECT_EQ(3, source->reads);
+}
+
+TEST_F(FillBufferTest, NoBufferAfterPauseEndsTheFill) {
+    peer.setAudioPaused(true);
+    source->script = {{OK, 100}, {OK, -1}};
+    uint8_t out[300];
+    EXPECT_EQ(0u, peer.fillBuffer(out, sizeof(out)));
+}
+
+using FillBufferDeathTest = FillBufferTest;
+
+TEST_F(FillBufferDeathTest, NoBufferWhileRunningIsFatal) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    peer.setAudioPaused(false);
+    source->script = {{OK, -1}};
+    uint8_t out[16];
+    EXPECT_DEATH(peer.fillBuffer(out, sizeof(out)),
+                 "frameworks/av/media/librotavox/Rotavox:447 CHECK\\(\\(err == OK && "
+                 "mInputBuffer != NULL\\) \\|\\| \\(err != OK && mInputBuffer == NULL\\)\\) "
+                 "failed\\.");
+}
+
+// --- Abort texts ---------------------------------------------------------------
+
+TEST(RotavoxDeathTest, BrokenInvariantsAbortWithTheirTexts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+            {
+                Rotavox player;
+                player.modifyFlags(Rotavox::PLAYING, (Rotavox::FlagMode)3);
+            },
+            "frameworks/av/media/librotavox/Rotavox:868 Should not be here\\. ");
+    EXPECT_DEATH(
+            {
+                Rotavox player;
+                RotavoxTestPeer peer(player);
+                Mutex::Autolock l(player.mLock);
+                peer.abortPrepare(OK);
+            },
+            "frameworks/av/media/librotavox/Rotavox:797 CHECK\\(err != OK\\) failed\\.");
+    EXPECT_DEATH(
+            {
+                Rotavox player;
+                RotavoxTestPeer peer(player);
+                Mutex::Autolock l(player.mLock);
+                peer.postCheckStatusEvent_l(-1);
+            },
+            "frameworks/av/media/librotavox/TimedEventQueue:113 CHECK\\(delay_us >= 0\\) "
+            "failed\\.");
+    EXPECT_DEATH(
+            {
+                Rotavox player;
+                RotavoxTestPeer peer(player);
+                ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+                ASSERT_EQ(OK, player.prepare());
+                player.modifyFlags(Rotavox::AUDIO_RUNNING, Rotavox::SET);
+                player.play();
+            },
+            "frameworks/av/media/librotavox/Rotavox:401 CHECK\\(!\\(mFlags & AUDIO_RUNNING\\)\\) "
+            "failed\\.");
+}
+
+}  // namespace
+}  // namespace android
