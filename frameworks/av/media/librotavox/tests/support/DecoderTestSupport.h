@@ -54,6 +54,7 @@ struct AudioDecoderTestPeer {
     static sp<ALooper> codecLooper(AudioDecoder *d) { return d->mCodecLooper; }
     static sp<AHandler> reflector(AudioDecoder *d) { return d->mReflector; }
     static sp<MediaCodec> codec(AudioDecoder *d) { return d->mCodec; }
+    static sp<NuMediaExtractor> extractor(AudioDecoder *d) { return d->mExtractor; }
     static status_t initStatus(AudioDecoder *d) { return d->mInitStatus; }
     static bool rawPCM(AudioDecoder *d) { return d->mRawPCM; }
     static bool seeking(AudioDecoder *d) { return d->mSeeking; }
