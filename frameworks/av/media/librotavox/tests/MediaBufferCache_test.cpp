@@ -1,0 +1,544 @@
+// Tests of the PCM cache that lets the scratch source play in both directions.
+
+#include <stdio.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <media/stagefright/MediaBuffer.h>
+#include "LogCapture.h"
+
+#include "RotavoxSource.h"
+#include "ScratchInspectors.h"
+#include "SyntheticPcmSource.h"
+
+namespace android {
+namespace {
+
+using testing::LogCapture;
+using testing::SyntheticPcmConfig;
+using testing::SyntheticPcmSource;
+
+const char* kTag = "RotavoxSource";
+// 960 frames of 48 kHz audio last exactly 20 ms.
+const size_t kFrames = 960;
+const int64_t kBufferUs = 20000;
+
+class MediaBufferCacheTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        SyntheticPcmConfig config;
+        config.sampleRate = 48000;
+        config.channelCount = 2;
+        mUpstream = new SyntheticPcmSource(config);
+        mOwner = new RotavoxSource(mUpstream, NULL);
+        mCache = new MediaBufferCache(mOwner.get());
+    }
+    void TearDown() override {
+        delete mCache;
+        mOwner.clear();
+    }
+
+    // A stereo 16-bit buffer whose first left sample tells its time in ms.
+    static MediaBuffer* makeBuffer(int64_t timeUs, size_t frames = kFrames) {
+        MediaBuffer* buffer = new MediaBuffer(frames * 4);
+        int16_t* s = (int16_t*)buffer->data();
+        for (size_t i = 0; i < frames * 2; ++i) {
+            s[i] = (int16_t)(timeUs / 1000);
+        }
+        buffer->meta_data().setInt64(kKeyTime, timeUs);
+        return buffer;
+    }
+    int64_t append(int64_t timeUs, size_t frames = kFrames) {
+        MediaBuffer* input = makeBuffer(timeUs, frames);
+        int64_t stamped = -1;
+        EXPECT_TRUE(mCache->append(input, stamped));
+        input->release();
+        return stamped;
+    }
+    // Time of the buffer that read() hands out, -1 for none.
+    int64_t readTime(bool forward) {
+        MediaBuffer* buffer = NULL;
+        mCache->read(&buffer, forward);
+        if (buffer == NULL) return -1;
+        int64_t t = -1;
+        EXPECT_TRUE(buffer->meta_data().findInt64(kKeyTime, &t));
+        EXPECT_EQ((int16_t)(t / 1000), ((int16_t*)buffer->data())[0]);
+        return t;
+    }
+    MediaBufferCacheInspector in() { return MediaBufferCacheInspector(mCache); }
+    void expectSane() { EXPECT_EQ("", in().checkInvariants()); }
+
+    sp<SyntheticPcmSource> mUpstream;
+    sp<RotavoxSource> mOwner;
+    MediaBufferCache* mCache = NULL;
+};
+
+typedef std::vector<int64_t> Times;
+
+TEST_F(MediaBufferCacheTest, TakesFrameGeometryFromOwnerFormat) {
+    EXPECT_EQ(4, in().frameSize());
+    EXPECT_FLOAT_EQ(1e6f / 48000.0f, in().usPerFrame());
+    EXPECT_EQ(2u, in().sampleSize());
+    EXPECT_EQ(-1, mCache->getCacheStartTimeUs());
+    EXPECT_EQ(-1, mCache->getCacheEndTimeUs());
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+}
+
+TEST_F(MediaBufferCacheTest, SampleSizesAndUnknownFormat) {
+    const struct { audio_format_t format; uint32_t size; } cases[] = {
+        {AUDIO_FORMAT_PCM_16_BIT, 2}, {AUDIO_FORMAT_PCM_8_BIT, 1},
+        {AUDIO_FORMAT_PCM_32_BIT, 4}, {AUDIO_FORMAT_PCM_8_24_BIT, 4},
+        {AUDIO_FORMAT_PCM_FLOAT, 4}, {AUDIO_FORMAT_PCM_24_BIT_PACKED, 3},
+        {AUDIO_FORMAT_IEC61937, 2},
+    };
+    LogCapture log;
+    for (const auto& c : cases) {
+        mCache->setPcmFormat(c.format);
+        EXPECT_EQ(c.size, in().sampleSize()) << c.format;
+    }
+    EXPECT_EQ(0, log.count(kTag, "can't get sample size"));
+    mCache->setPcmFormat((audio_format_t)0x1234);
+    EXPECT_EQ(2u, in().sampleSize());
+    EXPECT_EQ(1, log.count(kTag, "can't get sample size for fomat 4660", ANDROID_LOG_ERROR));
+}
+
+// Every decoder sample format comes out as the same 16-bit PCM, checked
+// against the synthetic source's own description of its samples.
+TEST_F(MediaBufferCacheTest, ConvertsEveryDecoderFormatTo16Bit) {
+    const audio_format_t formats[] = {AUDIO_FORMAT_PCM_16_BIT, AUDIO_FORMAT_PCM_8_BIT,
+                                      AUDIO_FORMAT_PCM_24_BIT_PACKED, AUDIO_FORMAT_PCM_32_BIT};
+    for (int channels = 1; channels <= 2; ++channels) {
+        for (audio_format_t format : formats) {
+            SCOPED_TRACE(::testing::Message() << "format " << format << " channels " << channels);
+            SyntheticPcmConfig config;
+            config.channelCount = channels;
+            config.format = format;
+            config.framesPerBuffer = 700;
+            sp<SyntheticPcmSource> upstream = new SyntheticPcmSource(config);
+            sp<RotavoxSource> owner = new RotavoxSource(upstream, NULL);
+            MediaBufferCache cache(owner.get());
+            cache.setPcmFormat(format);
+
+            for (int b = 0; b < 3; ++b) {
+                MediaBufferBase* input = NULL;
+                ASSERT_EQ(OK, upstream->read(&input));
+                int64_t t = -1;
+                cache.append(input, t);
+                input->release();
+            }
+            MediaBufferCacheInspector ci(&cache);
+            ASSERT_EQ(3u, ci.activeCount());
+            for (int b = 0; b < 3; ++b) {
+                MediaBuffer* out = ci.activeAt(b);
+                ASSERT_EQ(0u, out->range_offset());
+                ASSERT_EQ(700u * channels * 2, out->range_length());
+                const int16_t* s = (const int16_t*)out->data();
+                for (int f = 0; f < 700; ++f) {
+                    for (int c = 0; c < channels; ++c) {
+                        ASSERT_EQ(SyntheticPcmSource::expected16(format, b * 700 + f, c),
+                                  s[f * channels + c]) << "frame " << f;
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST_F(MediaBufferCacheTest, HitWindowHasMarginOnBothSidesAndClampsAtZero) {
+    // 960 frames = 20000 us of audio.
+    const size_t bytes = kFrames * 4;
+    EXPECT_TRUE(mCache->isBufferHitTimeus(1000000, 900000, bytes));
+    EXPECT_FALSE(mCache->isBufferHitTimeus(1000000, 899999, bytes));
+    EXPECT_TRUE(mCache->isBufferHitTimeus(1000000, 1120000, bytes));
+    EXPECT_FALSE(mCache->isBufferHitTimeus(1000000, 1120001, bytes));
+    EXPECT_TRUE(mCache->isBufferHitTimeus(50000, 0, bytes));
+    EXPECT_FALSE(mCache->isBufferHitTimeus(50000, -1, bytes));
+    EXPECT_TRUE(mCache->isBufferHitTimeus(100000, 0, bytes));
+    EXPECT_FALSE(mCache->isBufferHitTimeus(100001, 0, bytes));
+    // An empty buffer still has the margin.
+    EXPECT_TRUE(mCache->isBufferHitTimeus(1000000, 1100000, 0));
+    EXPECT_FALSE(mCache->isBufferHitTimeus(1000000, 1100001, 0));
+}
+
+TEST_F(MediaBufferCacheTest, AppendOrdersLaterDuplicateAndEarlierWhileForward) {
+    EXPECT_EQ(1000000, append(1000000));
+    append(1020000);
+    append(1040000);
+    EXPECT_EQ((Times{1000000, 1020000, 1040000}), in().times());
+    EXPECT_EQ(1000000, mCache->getCacheStartTimeUs());
+    EXPECT_EQ(1040000, mCache->getCacheEndTimeUs());
+
+    // A duplicate of the tail goes back to the free list.
+    append(1040000);
+    EXPECT_EQ(3u, in().activeCount());
+    EXPECT_EQ(1u, in().freeCount());
+
+    // Earlier while forward: nothing in front of the stretch, the buffer is
+    // dropped and the free buffer is reused for it.
+    append(500000);
+    EXPECT_EQ((Times{1000000, 1020000, 1040000}), in().times());
+    EXPECT_EQ(1u, in().freeCount());
+    EXPECT_EQ(-1, in().freeBufferCount());
+    expectSane();
+}
+
+TEST_F(MediaBufferCacheTest, EarlierWhileBackwardSplicesInFrontAndJoinsAtReadPosition) {
+    for (int64_t t = 1000000; t <= 1200000; t += kBufferUs) append(t);
+    // The first buffer became the reader (read position 0 lies before it).
+    EXPECT_EQ(1000000, readTime(true));
+    EXPECT_EQ(1020000, readTime(true));
+    EXPECT_EQ(1040000, readTime(true));
+    mOwner->rewind(0);
+    EXPECT_EQ(1060000, readTime(false));  // the cursor was one ahead
+    EXPECT_EQ(1040000, readTime(false));
+    EXPECT_EQ(1020000, readTime(false));
+    EXPECT_EQ(1020000, in().readPosUs());
+
+    // A refill decoded from 900 ms is spliced in front, in time order.
+    append(900000);
+    append(920000);
+    EXPECT_EQ(900000, in().times()[0]);
+    EXPECT_EQ(920000, in().times()[1]);
+    EXPECT_EQ(2, in().continuousIndex());
+    EXPECT_EQ(1000000, mCache->getCacheStartTimeUs());
+    for (int64_t t = 940000; t <= 1000000; t += kBufferUs) append(t);
+    EXPECT_EQ(1000000, mCache->getCacheStartTimeUs());  // no join yet
+    // 1020000 reaches the read position: join, the tail after it is dropped.
+    append(1020000);
+    EXPECT_EQ(0, in().continuousIndex());
+    EXPECT_EQ((Times{900000, 920000, 940000, 960000, 980000, 1000000, 1020000}), in().times());
+    EXPECT_EQ(6, in().readIndex());
+    EXPECT_EQ(900000, mCache->getCacheStartTimeUs());
+    EXPECT_EQ(1020000, mCache->getCacheEndTimeUs());
+    // The reader starts again at the joined buffer and walks back.
+    EXPECT_EQ(1020000, readTime(false));
+    EXPECT_EQ(1000000, readTime(false));
+    expectSane();
+}
+
+TEST_F(MediaBufferCacheTest, DrainedFrontWhileRewindingWarnsAndJoinsAtTheFront) {
+    for (int64_t t = 1000000; t <= 1060000; t += kBufferUs) append(t);
+    mOwner->rewind(0);
+    EXPECT_EQ(1000000, readTime(false));  // front of the stretch
+    EXPECT_EQ(1000000, readTime(false));  // returned again at the front
+    EXPECT_EQ(1000000, in().readPosUs());
+
+    LogCapture log;
+    append(960000);
+    EXPECT_EQ(1, log.count(kTag, "cache is drained when rewinding. decoding lag!!",
+                           ANDROID_LOG_WARN));
+    EXPECT_EQ(1, in().continuousIndex());
+    append(980000);
+    append(1000000);
+    EXPECT_EQ((Times{960000, 980000, 1000000}), in().times());
+    EXPECT_EQ(0, in().continuousIndex());
+    EXPECT_EQ(2, in().readIndex());
+    expectSane();
+}
+
+TEST_F(MediaBufferCacheTest, EarlierWhileBackwardWithPendingTargetOnlyWarns) {
+    EXPECT_EQ(1800000, mCache->setNextReadPosUs(1834567));
+    append(1500000);  // ends before the target: the reader stays invalid
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+    EXPECT_EQ(1800000, in().readPosUs());
+    mOwner->rewind(0);
+    LogCapture log;
+    append(1400000);
+    EXPECT_EQ(1, log.count(kTag, "cache does not hit and extend from head????",
+                           ANDROID_LOG_WARN));
+    EXPECT_EQ((Times{1400000, 1500000}), in().times());
+    expectSane();
+}
+
+TEST_F(MediaBufferCacheTest, FirstBufferAndPendingTargets) {
+    // Read position 0 lies before the first buffer: it jumps to the buffer.
+    append(700000);
+    EXPECT_EQ(700000, in().readPosUs());
+    EXPECT_EQ(0, in().readIndex());
+    mCache->releaseAll();
+
+    // A target the buffer does not reach keeps the reader invalid; later
+    // buffers take it once one hits.
+    mCache->setNextReadPosUs(1500000);
+    EXPECT_EQ(1500000, in().readPosUs());
+    append(1000000);
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+    append(1300000);
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+    append(1390000);  // 1390000 + 100000 + 20000 >= 1500000
+    EXPECT_EQ(2, in().readIndex());
+    EXPECT_EQ(1390000, in().readPosUs());
+    expectSane();
+
+    // A genuine buffer time on the grid looks like a pending target: a later
+    // buffer that does not hit it leaves the reader invalid.
+    mCache->releaseAll();
+    in().setReadPosUs(600000);
+    append(100000);  // no hit, 600000 >= 100000: invalid
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+    append(800000);
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+    // Off the grid, the next buffer simply becomes the reader.
+    in().setReadPosUs(650001);
+    append(820000);
+    EXPECT_EQ(2, in().readIndex());
+}
+
+TEST_F(MediaBufferCacheTest, ReadsAtBothEndsRepeatTheEndBuffer) {
+    EXPECT_EQ(-1, readTime(true));
+    for (int64_t t = 0; t < 60000; t += kBufferUs) append(t);
+    EXPECT_EQ(0, readTime(true));
+    EXPECT_EQ(20000, readTime(true));
+    EXPECT_EQ(40000, readTime(true));
+    EXPECT_EQ(40000, readTime(true));  // tail
+    EXPECT_EQ(40000, readTime(false));
+    EXPECT_EQ(20000, readTime(false));
+    EXPECT_EQ(0, readTime(false));
+    EXPECT_EQ(0, readTime(false));  // front of the stretch
+    EXPECT_EQ(0, in().readPosUs());
+}
+
+TEST_F(MediaBufferCacheTest, SeekingFollowsTheGridAndTheSmallMoveRule) {
+    for (int64_t t = 1000000; t < 3000000; t += kBufferUs) append(t);
+    EXPECT_EQ(1000000, in().readPosUs());  // jumped to the first buffer
+
+    // Less than 500 ms away from a read position >= 1: unchanged.
+    EXPECT_EQ(1000000, mCache->setNextReadPosUs(1499999));
+    // Far enough: truncated to the grid, then resolved to the first buffer
+    // whose window (100 ms margin + 20 ms of audio) reaches the target.
+    EXPECT_EQ(1680000, mCache->setNextReadPosUs(1800000 + 12345));
+    EXPECT_EQ(1680000, readTime(true));
+    EXPECT_EQ(2280000, mCache->setNextReadPosUs(2599999));
+    EXPECT_EQ(2280000, readTime(true));
+
+    // Before the cache start and after its end: pending, reader invalid.
+    EXPECT_EQ(600000, mCache->setNextReadPosUs(600000));
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+    EXPECT_EQ(3300000, mCache->setNextReadPosUs(3456789));
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+
+    // Truncation is toward zero, also for negative targets.
+    in().setReadPosUs(0);
+    EXPECT_EQ(-300000, mCache->setNextReadPosUs(-450000));
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+
+    // Read position 0 re-seeks even for a tiny move.
+    in().setReadPosUs(0);
+    EXPECT_EQ(1080000, mCache->setNextReadPosUs(1200000));
+    EXPECT_EQ(1080000, in().readPosUs());
+}
+
+TEST_F(MediaBufferCacheTest, UpdateReadPositionReportsAGap) {
+    append(0);
+    append(1000000);  // a gap from 20 ms to 1 s
+    LogCapture log;
+    in().setReadPosUs(0);
+    EXPECT_EQ(600000, mCache->setNextReadPosUs(600000));
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+    EXPECT_EQ(1, log.count(kTag, "can't hit the buffer!!", ANDROID_LOG_ERROR));
+}
+
+TEST_F(MediaBufferCacheTest, TrimsFromEitherEndAndReleasesAll) {
+    for (int64_t t = 20000; t <= 200000; t += kBufferUs) append(t);
+    EXPECT_EQ(0, mCache->releaseFromStart(0));
+    EXPECT_EQ(3, mCache->releaseFromStart(60000));
+    EXPECT_EQ(80000, in().cacheStartField());
+    EXPECT_EQ(0, mCache->releaseToEnd(0));
+    EXPECT_EQ(2, mCache->releaseToEnd(180000));
+    EXPECT_EQ(160000, in().cacheEndField());
+    EXPECT_EQ((Times{80000, 100000, 120000, 140000, 160000}), in().times());
+    expectSane();
+
+    // Emptying the list from the end stops at the empty list.
+    EXPECT_EQ(5, mCache->releaseToEnd(1));
+    EXPECT_EQ(0u, in().activeCount());
+    expectSane();
+    for (int64_t t = 20000; t <= 100000; t += kBufferUs) append(t);
+    LogCapture log;
+    EXPECT_EQ(5, mCache->releaseFromStart(100000));
+    EXPECT_EQ(1, log.count(kTag, "516 should not be here.", ANDROID_LOG_ERROR));
+    EXPECT_EQ(-1, in().cacheStartField());
+    expectSane();
+
+    for (int64_t t = 20000; t <= 100000; t += kBufferUs) append(t);
+    readTime(true);
+    const int64_t posBefore = in().readPosUs();
+    EXPECT_EQ(5, mCache->releaseAll());
+    EXPECT_TRUE(mCache->isReadBufferInvalid());
+    // Bounds and read position keep their values until asked again.
+    EXPECT_EQ(100000, in().cacheEndField());
+    EXPECT_EQ(posBefore, in().readPosUs());
+    EXPECT_EQ(-1, mCache->getCacheEndTimeUs());
+    EXPECT_EQ(-1, mCache->getCacheStartTimeUs());
+    expectSane();
+}
+
+// 1 MiB buffers: the limit of 15 x 4 MiB is reached by the 60th.
+class MediaBufferCacheMemoryTest : public MediaBufferCacheTest {
+protected:
+    static const size_t kBigFrames = 262144;  // 1 MiB of stereo 16-bit
+    static const int64_t kBigUs = 5461333;    // 262144 frames at 48 kHz
+    int64_t bigTime(int i) const { return 10000000 + i * kBigUs; }
+};
+
+TEST_F(MediaBufferCacheMemoryTest, ForwardRecyclesTheOldestBufferOfTheStretch) {
+    for (int i = 0; i < 59; ++i) append(bigTime(i), kBigFrames);
+    EXPECT_EQ(59u << 20, in().cachedBytes());
+    readTime(true);  // reader moves off the first buffer
+    append(bigTime(59), kBigFrames);
+    EXPECT_EQ(59u, in().activeCount());
+    EXPECT_EQ(59u << 20, in().cachedBytes());
+    EXPECT_EQ(bigTime(1), mCache->getCacheStartTimeUs());
+    EXPECT_EQ(bigTime(59), mCache->getCacheEndTimeUs());
+    expectSane();
+
+    // The reader's buffer is never taken: with the reader at the front a new
+    // buffer is allocated instead.
+    in().setReadPosUs(0);
+    mCache->setNextReadPosUs(bigTime(1));
+    EXPECT_EQ(0, in().readIndex());
+    append(bigTime(60), kBigFrames);
+    EXPECT_EQ(60u, in().activeCount());
+    EXPECT_EQ(60u << 20, in().cachedBytes());
+
+    // Over the limit a returned buffer is destroyed, not kept.
+    mCache->releaseToEnd(bigTime(60));
+    EXPECT_EQ(0u, in().freeCount());
+    EXPECT_EQ(59u << 20, in().cachedBytes());
+    expectSane();
+}
+
+TEST_F(MediaBufferCacheMemoryTest, BackwardRecyclesTheNewestBuffer) {
+    for (int i = 10; i < 69; ++i) append(bigTime(i), kBigFrames);
+    readTime(true);
+    mOwner->rewind(0);
+    // An earlier buffer while backward takes the tail's memory.
+    append(bigTime(0), kBigFrames);
+    EXPECT_EQ(59u, in().activeCount());
+    EXPECT_EQ(59u << 20, in().cachedBytes());
+    EXPECT_EQ(bigTime(0), in().times().front());
+    EXPECT_EQ(bigTime(67), in().times().back());
+    expectSane();
+}
+
+// Random sequences of the operations the source makes, checked after every
+// step against the cache's structural invariants.
+TEST_F(MediaBufferCacheTest, RandomOperationsKeepInvariants) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(::testing::Message() << "seed " << seed);
+    std::mt19937 rng(seed);
+    auto pick = [&](int n) { return (int)(rng() % n); };
+
+    for (int step = 0; step < 4000; ++step) {
+        const std::vector<int64_t> times = in().times();
+        const int op = pick(12);
+        std::string what;
+        switch (op) {
+            case 0: case 1: case 2: {  // decoder runs on at the tail
+                const int64_t end = times.empty() ? pick(200) * kBufferUs : times.back();
+                append(end + kBufferUs * (1 + pick(2)));
+                what = "append later";
+                break;
+            }
+            case 3: {  // earlier buffer: refill or a stale chain
+                if (times.empty()) break;
+                const bool backward = !mOwner->isForward();
+                const int64_t readPos = in().readPosUs();
+                // States in which the cache aborts on purpose.
+                if (backward && mCache->isReadBufferInvalid() &&
+                        readPos % MediaBufferCache::kCacheSeekGridUs != 0) {
+                    break;
+                }
+                if (in().continuousIndex() < 0) break;
+                append(std::max<int64_t>(0, times.back() - kBufferUs * (1 + pick(40))));
+                what = "append earlier";
+                break;
+            }
+            case 4:
+                if (!times.empty()) append(times.back());
+                what = "append duplicate";
+                break;
+            case 5: case 6:
+                readTime(pick(2) == 0);
+                what = "read";
+                break;
+            case 7:
+                if (pick(2)) mOwner->forward(0); else mOwner->rewind(0);
+                what = "direction";
+                break;
+            case 8:
+                mCache->setNextReadPosUs(pick(400) * 10000 - 100000);
+                what = "seek";
+                break;
+            case 9:
+                if (pick(4) == 0) mCache->releaseAll();
+                else if (pick(2)) mCache->releaseFromStart(pick(400) * 10000);
+                else mCache->releaseToEnd(pick(400) * 10000);
+                what = "trim";
+                break;
+            case 10: {
+                MediaBuffer* b = mCache->acquireBuffer(kFrames * 4 * (1 + pick(2)), 0);
+                mCache->releaseBuffer(b);
+                what = "acquire+release";
+                break;
+            }
+            case 11:
+                mCache->updateReadPosition();
+                mCache->getCacheStartTimeUs();
+                mCache->getCacheEndTimeUs();
+                what = "refresh";
+                break;
+        }
+        const std::string broken = in().checkInvariants();
+        ASSERT_EQ("", broken) << "after step " << step << " (" << what << ")";
+        if (!mCache->isReadBufferInvalid()) {
+            ASSERT_GE(in().readIndex(), 0);
+        }
+        if (in().activeCount() > 0 && in().continuousIndex() >= 0) {
+            const std::vector<int64_t> now = in().times();
+            ASSERT_EQ(now.back(), mCache->getCacheEndTimeUs());
+            ASSERT_EQ(now[in().continuousIndex()], mCache->getCacheStartTimeUs());
+        }
+    }
+}
+
+using MediaBufferCacheDeathTest = MediaBufferCacheTest;
+
+TEST_F(MediaBufferCacheDeathTest, AbortsOnBrokenContracts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+            {
+                MediaBuffer* input = new MediaBuffer(64);
+                int64_t t;
+                mCache->append(input, t);
+            },
+            "frameworks/av/media/librotavox/RotavoxSource:223 "
+            "CHECK\\(inputBuffer->meta_data\\(\\).findInt64\\(kKeyTime, &timeStampUs\\)\\) failed\\.");
+
+    // Backward, earlier buffer, no reader and a read position off the grid.
+    EXPECT_DEATH(
+            {
+                append(1000000);
+                append(1020000);
+                mCache->releaseToEnd(1000000);  // drops the reader's buffers
+                in().setReadPosUs(1010001);
+                append(1500000);
+                mCache->releaseToEnd(1500000);
+                mOwner->rewind(0);
+                append(900000);
+            },
+            "frameworks/av/media/librotavox/RotavoxSource:362 Should not be here\\. ");
+
+    SyntheticPcmConfig config;
+    config.announceSampleRate = false;
+    sp<SyntheticPcmSource> noRate = new SyntheticPcmSource(config);
+    EXPECT_DEATH({ sp<RotavoxSource> s = new RotavoxSource(noRate, NULL); },
+                 "frameworks/av/media/librotavox/RotavoxSource:123 CHECK\\(success\\) failed\\.");
+}
+
+}  // namespace
+}  // namespace android

@@ -1,0 +1,151 @@
+#pragma once
+
+// White-box views of MediaBufferCache and RotavoxSource for their tests.  Both
+// classes name these inspectors as friends; nothing else uses them.
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <media/stagefright/foundation/AMessage.h>
+
+#include "RotavoxSource.h"
+
+namespace android {
+
+class MediaBufferCacheInspector {
+public:
+    explicit MediaBufferCacheInspector(MediaBufferCache* cache) : c(cache) {}
+
+    std::vector<int64_t> times() const {
+        std::vector<int64_t> out;
+        for (auto it = c->mActiveBuffers.begin(); it != c->mActiveBuffers.end(); ++it) {
+            int64_t t = -1;
+            (*it)->meta_data().findInt64(kKeyTime, &t);
+            out.push_back(t);
+        }
+        return out;
+    }
+    // Index of a node in the active list; -1 for end(), -2 for a node that is
+    // not in the list at all.
+    int indexOf(MediaBufferCache::Node node) const {
+        if (node == c->mActiveBuffers.end()) return -1;
+        int i = 0;
+        for (auto it = c->mActiveBuffers.begin(); it != c->mActiveBuffers.end(); ++it, ++i) {
+            if (it == node) return i;
+        }
+        return -2;
+    }
+    int continuousIndex() const { return indexOf(c->mNodeContinuousFrom); }
+    int readIndex() const { return indexOf(c->mReadNode); }
+    size_t activeCount() const { return c->mActiveBuffers.size(); }
+    size_t freeCount() const { return c->mFreeBuffers.size(); }
+    int64_t readPosUs() const { return c->mReadPosUs; }
+    void setReadPosUs(int64_t v) { c->mReadPosUs = v; }
+    uint32_t cachedBytes() const { return c->mCachedBytes; }
+    int64_t freeBufferCount() const { return c->mFreeBufferCount; }
+    int32_t frameSize() const { return c->mFrameSize; }
+    float usPerFrame() const { return c->mUsPerFrame; }
+    uint32_t sampleSize() const { return c->mSampleSize; }
+    int64_t cacheStartField() const { return c->mCacheStartUs; }
+    int64_t cacheEndField() const { return c->mCacheEndUs; }
+    MediaBuffer* activeAt(size_t index) const {
+        auto it = c->mActiveBuffers.begin();
+        while (index-- > 0) ++it;
+        return *it;
+    }
+
+    // Structural invariants that must hold after every public operation.
+    // Returns an empty string when they do, else a description.
+    std::string checkInvariants() const {
+        std::ostringstream err;
+        const int cont = continuousIndex();
+        const int read = readIndex();
+        if (cont == -2) err << "mNodeContinuousFrom outside the list; ";
+        if (read == -2) err << "mReadNode outside the list; ";
+        if (c->mActiveBuffers.empty() && (cont != -1 || read != -1)) {
+            err << "empty list with a valid iterator; ";
+        }
+        if (!c->mActiveBuffers.empty() && cont == -1) {
+            // Only recycling can leave a list without a continuous stretch.
+        }
+        if (read >= 0 && cont >= 0 && read < cont) err << "reader in front of the stretch; ";
+        std::vector<int64_t> t = times();
+        for (size_t i = 0; i < t.size(); ++i) {
+            if (t[i] < 0) err << "buffer " << i << " without time; ";
+        }
+        if (cont >= 0) {
+            for (size_t i = cont + 1; i < t.size(); ++i) {
+                if (t[i] <= t[i - 1]) err << "stretch not ascending at " << i << "; ";
+            }
+        }
+        uint64_t bytes = 0;
+        std::vector<MediaBuffer*> seen;
+        for (auto it = c->mActiveBuffers.begin(); it != c->mActiveBuffers.end(); ++it) {
+            bytes += (*it)->size();
+            seen.push_back(*it);
+        }
+        for (auto it = c->mFreeBuffers.begin(); it != c->mFreeBuffers.end(); ++it) {
+            bytes += (*it)->size();
+            seen.push_back(*it);
+        }
+        if (bytes != c->mCachedBytes) {
+            err << "byte accounting " << c->mCachedBytes << " vs " << bytes << "; ";
+        }
+        for (size_t i = 0; i < seen.size(); ++i) {
+            for (size_t j = i + 1; j < seen.size(); ++j) {
+                if (seen[i] == seen[j]) err << "buffer owned twice; ";
+            }
+        }
+        return err.str();
+    }
+
+private:
+    MediaBufferCache* c;
+};
+
+class RotavoxSourceInspector {
+public:
+    explicit RotavoxSourceInspector(const sp<RotavoxSource>& source) : s(source.get()) {}
+
+    Mutex& lock() { return s->mLock; }
+    MediaBufferCache* cache() { return s->mCache; }
+    bool decoding() const { return s->mDecoding.load(); }
+    status_t finalStatus() const { return s->mFinalStatus.load(); }
+    int32_t generation() const { return s->mDecodeGeneration.load(); }
+    int32_t sampleRate() const { return s->mSampleRate; }
+    int32_t channelCount() const { return s->mChannelCount; }
+    bool paused() const { return s->mPaused.load(); }
+    bool started() const { return s->mStarted.load(); }
+
+    // The following take the source's lock.
+    int64_t seekTimeUs() { Mutex::Autolock l(s->mLock); return s->mSeekTimeUs; }
+    int64_t lastDecodedUs() { Mutex::Autolock l(s->mLock); return s->mLastDecodedUs; }
+    int64_t cacheStartTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheStartTimeUs; }
+    int64_t cacheEndTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheEndTimeUs; }
+    int64_t readPosUs() { Mutex::Autolock l(s->mLock); return MediaBufferCacheInspector(s->mCache).readPosUs(); }
+    bool readBufferInvalid() { Mutex::Autolock l(s->mLock); return s->mCache->isReadBufferInvalid(); }
+    int64_t lastBackfillRequestPosUs() {
+        Mutex::Autolock l(s->mLock);
+        return s->mLastBackfillRequestPosUs;
+    }
+    std::vector<int64_t> cacheTimes() {
+        Mutex::Autolock l(s->mLock);
+        return MediaBufferCacheInspector(s->mCache).times();
+    }
+    std::string cacheInvariants() {
+        Mutex::Autolock l(s->mLock);
+        return MediaBufferCacheInspector(s->mCache).checkInvariants();
+    }
+
+    // Posts a raw message to the source's handler (for malformed messages).
+    void post(uint32_t what) {
+        sp<AMessage> msg = new AMessage(what, s->mReflector);
+        msg->post();
+    }
+
+private:
+    RotavoxSource* s;
+};
+
+}  // namespace android
