@@ -1,0 +1,335 @@
+/*
+ * The null and WAV sinks: a virtual device that plays track frames at the
+ * track's rate on a clock (or, freewheeling, as fast as they come).
+ *
+ * The device's timeline is "frames written" W, which counts delivered frames
+ * and the silence played in their place.  Once primed, the device has played
+ * anchorFrames + (now - anchorNs) * rate frames; a period whose data arrives
+ * after the device has played everything up to W came late, and the gap is
+ * played as silence.  The track may run capacity frames ahead of the device.
+ */
+
+#define LOG_TAG "HostAudioSink"
+
+#include <errno.h>
+#include <math.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <condition_variable>
+#include <mutex>
+
+#include <log/log.h>
+
+#include "HostSink.h"
+
+namespace android {
+
+namespace {
+
+void putLe16(uint8_t* p, uint16_t v) {
+    p[0] = v & 0xff;
+    p[1] = v >> 8;
+}
+
+void putLe32(uint8_t* p, uint32_t v) {
+    for (int i = 0; i < 4; ++i) p[i] = (v >> (8 * i)) & 0xff;
+}
+
+// A canonical 44-byte RIFF/WAVE file whose sizes are rewritten on every
+// finish(), so the file is valid whenever the track is not writing.
+class WavWriter {
+public:
+    ~WavWriter() { close(); }
+
+    bool open(const std::string& path, const HostSinkFormat& format) {
+        mFile = fopen(path.c_str(), "wb");
+        if (mFile == nullptr) {
+            ALOGE("cannot create WAV file '%s': %s", path.c_str(), strerror(errno));
+            return false;
+        }
+        mPath = path;
+        mChannels = format.channelCount;
+        mSampleRate = format.sampleRate;
+        mFloat = format.format == AUDIO_FORMAT_PCM_FLOAT;
+        mBitsPerSample = 8 * audio_bytes_per_sample(format.format);
+        if (!writeHeader()) {
+            close();
+            return false;
+        }
+        return true;
+    }
+
+    void append(const void* data, size_t bytes) {
+        if (mFile == nullptr || bytes == 0) return;
+        size_t done = fwrite(data, 1, bytes, mFile);
+        mDataBytes += done;
+        if (done != bytes && !mWriteFailed) {
+            mWriteFailed = true;
+            ALOGE("writing WAV file '%s' failed: %s", mPath.c_str(), strerror(errno));
+        }
+    }
+
+    // Brings the header up to date and pushes everything to the file.
+    void finish() {
+        if (mFile == nullptr) return;
+        long end = ftell(mFile);
+        if (writeHeader()) fseek(mFile, end, SEEK_SET);
+        fflush(mFile);
+    }
+
+    void close() {
+        if (mFile == nullptr) return;
+        finish();
+        if (fclose(mFile) != 0) {
+            ALOGE("closing WAV file '%s' failed: %s", mPath.c_str(), strerror(errno));
+        }
+        mFile = nullptr;
+    }
+
+private:
+    bool writeHeader() {
+        const uint64_t maxData = 0xFFFFFFFFull - 36;
+        uint32_t dataBytes = (uint32_t)(mDataBytes > maxData ? maxData : mDataBytes);
+        uint32_t blockAlign = mChannels * mBitsPerSample / 8;
+        uint8_t h[44];
+        memcpy(h, "RIFF", 4);
+        putLe32(h + 4, 36 + dataBytes);
+        memcpy(h + 8, "WAVEfmt ", 8);
+        putLe32(h + 16, 16);
+        putLe16(h + 20, mFloat ? 3 : 1);  // WAVE_FORMAT_IEEE_FLOAT : WAVE_FORMAT_PCM
+        putLe16(h + 22, mChannels);
+        putLe32(h + 24, mSampleRate);
+        putLe32(h + 28, mSampleRate * blockAlign);
+        putLe16(h + 32, blockAlign);
+        putLe16(h + 34, mBitsPerSample);
+        memcpy(h + 36, "data", 4);
+        putLe32(h + 40, dataBytes);
+        if (fseek(mFile, 0, SEEK_SET) != 0 || fwrite(h, 1, sizeof(h), mFile) != sizeof(h)) {
+            ALOGE("writing the header of WAV file '%s' failed: %s", mPath.c_str(),
+                  strerror(errno));
+            return false;
+        }
+        return true;
+    }
+
+    FILE* mFile = nullptr;
+    std::string mPath;
+    uint32_t mChannels = 0;
+    uint32_t mSampleRate = 0;
+    uint32_t mBitsPerSample = 0;
+    bool mFloat = false;
+    uint64_t mDataBytes = 0;
+    bool mWriteFailed = false;
+};
+
+class ClockSink : public HostSink {
+public:
+    ClockSink(const HostSinkFormat& format, std::shared_ptr<HostAudioClock> clock,
+              bool freewheel)
+        : mFormat(format),
+          mClock(std::move(clock)),
+          mFreewheel(freewheel),
+          mFramesPerSecond(format.sampleRate) {}
+
+    ~ClockSink() override { close(); }
+
+    bool openWav(const std::string& path) {
+        mWav.reset(new WavWriter);
+        return mWav->open(path, mFormat);
+    }
+
+    const char* name() const override { return mWav ? "wav" : "null"; }
+    uint32_t outputSampleRate() const override { return mFormat.sampleRate; }
+    uint32_t latencyMs() const override {
+        return (uint32_t)(1000ull * mFormat.capacityFrames / mFormat.sampleRate);
+    }
+    size_t frameCount() const override { return mFormat.capacityFrames; }
+
+    bool waitForRoom(size_t frames) override {
+        std::unique_lock<std::mutex> lock(mLock);
+        for (;;) {
+            if (mWoken) {
+                mWoken = false;
+                return false;
+            }
+            if (mFreewheel || !mAnchored) return true;
+            int64_t neededPlayed = mWrittenFrames + (int64_t)frames - (int64_t)mFormat.capacityFrames;
+            int64_t nowNs = mClock->nowNs();
+            if (playedAt_l(nowNs) >= neededPlayed) return true;
+            double waitNs = (neededPlayed - mAnchorFrames) * 1e9 / mFramesPerSecond;
+            mClock->waitUntil(lock, mCond, mAnchorNs + (int64_t)ceil(waitNs));
+        }
+    }
+
+    void wake() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        mWoken = true;
+        mCond.notify_all();
+    }
+
+    int64_t write(const void* data, size_t writtenFrames, size_t requestedFrames) override {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (mClosed) return 0;
+        int64_t silenceFrames = 0;
+        int64_t nowNs = mClock->nowNs();
+        if (mAnchored && !mFreewheel) {
+            int64_t played = playedAt_l(nowNs);
+            if (played > mWrittenFrames) {
+                silenceFrames += played - mWrittenFrames;
+                mWrittenFrames = played;
+            }
+        }
+        if (mWav) mWav->append(data, writtenFrames * mFormat.frameSizeBytes);
+        silenceFrames += (int64_t)(requestedFrames - writtenFrames);
+        mWrittenFrames += (int64_t)requestedFrames;
+        if (!mAnchored && mRunning) {
+            // Primed: the device starts playing with this period.
+            mAnchored = true;
+            mAnchorNs = nowNs;
+            mAnchorFrames = mWrittenFrames - (int64_t)requestedFrames;
+        }
+        return silenceFrames;
+    }
+
+    int64_t bufferedFrames() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (mFreewheel) return 0;
+        int64_t played = mAnchored ? playedAt_l(mClock->nowNs()) : mAnchorFrames;
+        return played >= mWrittenFrames ? 0 : mWrittenFrames - played;
+    }
+
+    void start() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        mRunning = true;
+        // With data still buffered from before a pause the device resumes at
+        // once; otherwise it waits for the first period.
+        if (!mAnchored && mWrittenFrames > mAnchorFrames) {
+            mAnchored = true;
+            mAnchorNs = mClock->nowNs();
+        }
+        mCond.notify_all();
+    }
+
+    void pause() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        freeze_l();
+        if (mWav) mWav->finish();
+    }
+
+    void stop() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        freeze_l();
+        mWrittenFrames = mAnchorFrames;
+        if (mWav) mWav->finish();
+    }
+
+    void flush() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (!mAnchored) mWrittenFrames = mAnchorFrames;
+    }
+
+    void close() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        freeze_l();
+        mClosed = true;
+        if (mWav) mWav->close();
+    }
+
+    void setSpeed(float speed) override {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (mAnchored) {
+            int64_t nowNs = mClock->nowNs();
+            mAnchorFrames = playedAt_l(nowNs);
+            mAnchorNs = nowNs;
+        }
+        mFramesPerSecond = (double)mFormat.sampleRate * speed;
+        mCond.notify_all();
+    }
+
+    void setVolume(float, float) override {}  // the file keeps the delivered bytes
+
+private:
+    int64_t playedAt_l(int64_t nowNs) const {
+        if (!mAnchored) return mAnchorFrames;
+        int64_t elapsedNs = nowNs > mAnchorNs ? nowNs - mAnchorNs : 0;
+        return mAnchorFrames + (int64_t)floor(elapsedNs * mFramesPerSecond / 1e9);
+    }
+
+    void freeze_l() {
+        int64_t played = playedAt_l(mClock->nowNs());
+        mAnchorFrames = played < mWrittenFrames ? played : mWrittenFrames;
+        mAnchored = false;
+        mRunning = false;
+        mWoken = true;
+        mCond.notify_all();
+    }
+
+    const HostSinkFormat mFormat;
+    const std::shared_ptr<HostAudioClock> mClock;
+    const bool mFreewheel;
+    std::unique_ptr<WavWriter> mWav;  // set before use; its file is guarded by mLock
+
+    std::mutex mLock;  // guards the timeline below, mWoken, mClosed and mWav's file
+    std::condition_variable mCond;
+    double mFramesPerSecond;
+    bool mRunning = false;
+    bool mAnchored = false;
+    int64_t mAnchorNs = 0;
+    int64_t mAnchorFrames = 0;
+    int64_t mWrittenFrames = 0;
+    bool mWoken = false;
+    bool mClosed = false;
+};
+
+class MonotonicClock : public HostAudioClock {
+public:
+    int64_t nowNs() override {
+        struct timespec ts;
+        clock_gettime(CLOCK_MONOTONIC, &ts);
+        return ts.tv_sec * 1000000000LL + ts.tv_nsec;
+    }
+
+    void waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& cond,
+                   int64_t deadlineNs) override {
+        // steady_clock is CLOCK_MONOTONIC on Linux.
+        int64_t delayNs = deadlineNs - nowNs();
+        if (delayNs <= 0) return;
+        cond.wait_for(lock, std::chrono::nanoseconds(delayNs));
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<HostAudioClock> hostAudioMonotonicClock() {
+    static std::shared_ptr<HostAudioClock> clock = std::make_shared<MonotonicClock>();
+    return clock;
+}
+
+int64_t HostManualClock::nowNs() {
+    std::lock_guard<std::mutex> lock(mLock);
+    return mNowNs;
+}
+
+void HostManualClock::waitUntil(std::unique_lock<std::mutex>&, std::condition_variable&,
+                                int64_t deadlineNs) {
+    std::lock_guard<std::mutex> lock(mLock);
+    if (deadlineNs > mNowNs) mNowNs = deadlineNs;
+}
+
+void HostManualClock::advanceNs(int64_t deltaNs) {
+    std::lock_guard<std::mutex> lock(mLock);
+    mNowNs += deltaNs;
+}
+
+std::unique_ptr<HostSink> createClockSink(const HostSinkFormat& format,
+                                          std::shared_ptr<HostAudioClock> clock,
+                                          const std::string& wavPath, bool freewheel) {
+    std::unique_ptr<ClockSink> sink(
+            new ClockSink(format, clock ? clock : hostAudioMonotonicClock(),
+                          freewheel && !wavPath.empty()));
+    if (!wavPath.empty() && !sink->openWav(wavPath)) return nullptr;
+    return sink;
+}
+
+}  // namespace android
