@@ -139,9 +139,10 @@ private:
         bool mOwnedByClient;
     };
 
-    MediaCodec(const sp<ALooper> &looper, const char *componentName, int codecId);
+    MediaCodec(const sp<ALooper> &looper, const AString &componentName);
 
-    status_t init();
+    static sp<MediaCodec> Create(const sp<ALooper> &looper, const AString &componentName,
+                                 const void *candidates, status_t *err);
     status_t postAndAwait(const sp<AMessage> &msg, sp<AMessage> *response = NULL);
     void replyStatus(const sp<AMessage> &msg, status_t err);
 
@@ -158,10 +159,10 @@ private:
     bool emitPendingOutput();
     bool emitEndOfStream();
     void dropDecoderState();
+    void resetSlots_l();
 
     wp<ALooper> mLooper;
     AString mComponentName;
-    const int mCodecId;
 
     // Guards the state, the formats, the buffer slots, the callback message
     // and everything the looper shares with client threads.

@@ -1,0 +1,186 @@
+//#define LOG_NDEBUG 0
+#define LOG_TAG "FileSource"
+#include <utils/Log.h>
+
+#include <media/stagefright/FileSource.h>
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace android {
+
+FileSource::FileSource(const char *filename)
+    : mFd(-1),
+      mOffset(0),
+      mLength(-1),
+      mInitCheck(NO_INIT),
+      mName("<null>") {
+    if (filename == NULL) {
+        ALOGE("Failed to open file: null path");
+        return;
+    }
+    mName = String8::format("FileSource(%s)", filename);
+    mFd = open(filename, O_RDONLY | O_CLOEXEC);
+    if (mFd < 0) {
+        ALOGE("Failed to open file '%s'. (%s)", filename, strerror(errno));
+        mInitCheck = -errno;
+        return;
+    }
+    init(0, -1);
+}
+
+FileSource::FileSource(int fd, int64_t offset, int64_t length)
+    : mFd(fd),
+      mOffset(offset),
+      mLength(length),
+      mInitCheck(NO_INIT),
+      mName("<null>") {
+    mName = String8::format("FileSource(fd(%d), %lld, %lld)", fd, (long long)offset,
+                            (long long)length);
+    if (mFd < 0) {
+        ALOGE("FileSource: invalid descriptor %d", fd);
+        mInitCheck = BAD_VALUE;
+        return;
+    }
+    init(offset, length);
+}
+
+void FileSource::init(int64_t offset, int64_t length) {
+    struct stat st;
+    if (fstat(mFd, &st) != 0) {
+        ALOGE("%s: fstat failed (%s)", mName.c_str(), strerror(errno));
+        mInitCheck = -errno;
+        return;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        ALOGE("%s: is a directory", mName.c_str());
+        mInitCheck = BAD_VALUE;
+        return;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        // Pipes and devices cannot be read at random offsets.
+        ALOGE("%s: not a regular file", mName.c_str());
+        mInitCheck = ERROR_UNSUPPORTED;
+        return;
+    }
+    const int64_t fileSize = st.st_size;
+    if (length < 0) {
+        // The whole file from the offset on.
+        if (offset < 0 || offset > fileSize) {
+            ALOGE("%s: offset %lld outside a file of %lld bytes", mName.c_str(),
+                  (long long)offset, (long long)fileSize);
+            mInitCheck = ERROR_OUT_OF_RANGE;
+            return;
+        }
+        length = fileSize - offset;
+    } else if (offset < 0 || offset > fileSize || length > fileSize - offset) {
+        ALOGE("%s: range [%lld, +%lld) lies outside a file of %lld bytes", mName.c_str(),
+              (long long)offset, (long long)length, (long long)fileSize);
+        mInitCheck = ERROR_OUT_OF_RANGE;
+        return;
+    }
+    mOffset = offset;
+    mLength = length;
+    mInitCheck = OK;
+}
+
+FileSource::~FileSource() {
+    if (mFd >= 0) {
+        ::close(mFd);
+        mFd = -1;
+    }
+}
+
+status_t FileSource::initCheck() const {
+    return mInitCheck;
+}
+
+ssize_t FileSource::readAt(off64_t offset, void *data, size_t size) {
+    if (mInitCheck != OK) {
+        return NO_INIT;
+    }
+    Mutex::Autolock autoLock(mLock);
+    if (offset < 0) {
+        return UNKNOWN_ERROR;
+    }
+    if (offset >= mLength) {
+        return 0;
+    }
+    const int64_t numAvailable = mLength - offset;
+    if ((int64_t)size > numAvailable) {
+        size = numAvailable;
+    }
+    size_t done = 0;
+    while (done < size) {
+        ssize_t n = pread(mFd, (uint8_t *)data + done, size - done, mOffset + offset + done);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            ALOGE("%s: read at %lld failed (%s)", mName.c_str(), (long long)offset,
+                  strerror(errno));
+            return done > 0 ? (ssize_t)done : (ssize_t)-errno;
+        }
+        if (n == 0) {
+            break;  // the file shrank under us
+        }
+        done += n;
+    }
+    return done;
+}
+
+status_t FileSource::getSize(off64_t *size) {
+    if (mInitCheck != OK) {
+        return NO_INIT;
+    }
+    *size = mLength;
+    return OK;
+}
+
+// Big-endian helpers of the DataSource base class.
+
+bool DataSource::getUInt16(off64_t offset, uint16_t *x) {
+    uint8_t b[2];
+    if (readAt(offset, b, 2) != 2) {
+        return false;
+    }
+    *x = (uint16_t)((b[0] << 8) | b[1]);
+    return true;
+}
+
+bool DataSource::getUInt24(off64_t offset, uint32_t *x) {
+    uint8_t b[3];
+    if (readAt(offset, b, 3) != 3) {
+        return false;
+    }
+    *x = ((uint32_t)b[0] << 16) | ((uint32_t)b[1] << 8) | b[2];
+    return true;
+}
+
+bool DataSource::getUInt32(off64_t offset, uint32_t *x) {
+    uint8_t b[4];
+    if (readAt(offset, b, 4) != 4) {
+        return false;
+    }
+    *x = ((uint32_t)b[0] << 24) | ((uint32_t)b[1] << 16) | ((uint32_t)b[2] << 8) | b[3];
+    return true;
+}
+
+bool DataSource::getUInt64(off64_t offset, uint64_t *x) {
+    uint32_t hi, lo;
+    if (!getUInt32(offset, &hi) || !getUInt32(offset + 4, &lo)) {
+        return false;
+    }
+    *x = ((uint64_t)hi << 32) | lo;
+    return true;
+}
+
+status_t DataSource::getSize(off64_t *size) {
+    *size = 0;
+    return ERROR_UNSUPPORTED;
+}
+
+}  // namespace android
