@@ -1,0 +1,158 @@
+#include <media/stagefright/MediaBuffer.h>
+#include <media/stagefright/MetaDataBase.h>
+
+#include <string.h>
+
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace android {
+namespace {
+
+// Counts destructions so a test sees the exact moment a buffer dies.
+class CountingBuffer : public MediaBuffer {
+public:
+    CountingBuffer(size_t size, int* destroyed) : MediaBuffer(size), mDestroyed(destroyed) {}
+    CountingBuffer(void* data, size_t size, int* destroyed)
+        : MediaBuffer(data, size), mDestroyed(destroyed) {}
+
+protected:
+    ~CountingBuffer() override { ++*mDestroyed; }
+
+private:
+    int* mDestroyed;
+};
+
+TEST(MediaBufferTest, ReleaseWithoutReferencesDestroys) {
+    int destroyed = 0;
+    MediaBufferBase* buffer = new CountingBuffer(16, &destroyed);
+    EXPECT_EQ(0, buffer->refcount());
+    buffer->release();
+    EXPECT_EQ(1, destroyed);
+}
+
+TEST(MediaBufferTest, EachAddRefDefersDestructionByOneRelease) {
+    for (int refs = 1; refs <= 3; ++refs) {
+        int destroyed = 0;
+        MediaBufferBase* buffer = new CountingBuffer(16, &destroyed);
+        for (int i = 0; i < refs; ++i) buffer->add_ref();
+        EXPECT_EQ(refs, buffer->refcount());
+        for (int i = 0; i < refs; ++i) {
+            buffer->release();
+            ASSERT_EQ(0, destroyed) << "destroyed after " << i + 1 << " of " << refs + 1;
+        }
+        buffer->release();
+        EXPECT_EQ(1, destroyed) << refs << " references";
+    }
+}
+
+TEST(MediaBufferTest, WrappedMemoryStaysTheCallers) {
+    // Were the buffer to free this array, ASan would report it.
+    uint8_t external[32];
+    memset(external, 7, sizeof(external));
+    int destroyed = 0;
+    MediaBufferBase* buffer = new CountingBuffer(external, sizeof(external), &destroyed);
+    EXPECT_EQ(external, buffer->data());
+    EXPECT_EQ(32u, buffer->size());
+    EXPECT_EQ(0u, buffer->range_offset());
+    EXPECT_EQ(32u, buffer->range_length());
+    buffer->release();
+    EXPECT_EQ(1, destroyed);
+    EXPECT_EQ(7, external[31]);
+}
+
+TEST(MediaBufferTest, CreateOwnsWritableMemoryOfTheRequestedSize) {
+    MediaBufferBase* buffer = MediaBufferBase::Create(4096);
+    ASSERT_NE(nullptr, buffer->data());
+    EXPECT_EQ(4096u, buffer->size());
+    EXPECT_EQ(4096u, buffer->range_length());
+    memset(buffer->data(), 0x11, buffer->size());  // ASan checks the extent
+    buffer->release();
+}
+
+TEST(MediaBufferTest, RangesInsideTheBuffer) {
+    MediaBuffer* buffer = new MediaBuffer(100);
+    buffer->set_range(10, 90);
+    EXPECT_EQ(10u, buffer->range_offset());
+    EXPECT_EQ(90u, buffer->range_length());
+    buffer->set_range(100, 0);
+    EXPECT_EQ(100u, buffer->range_offset());
+    EXPECT_EQ(0u, buffer->range_length());
+    buffer->set_range(0, 100);
+    EXPECT_EQ(100u, buffer->range_length());
+    buffer->release();
+}
+
+TEST(MediaBufferTest, ResetClearsMetaAndRestoresTheFullRange) {
+    MediaBuffer* buffer = new MediaBuffer(64);
+    buffer->set_range(8, 16);
+    buffer->meta_data().setInt64(kKeyTime, 123);
+    buffer->meta_data().setInt32(kKeyIsSyncFrame, 1);
+    buffer->reset();
+    EXPECT_EQ(0u, buffer->range_offset());
+    EXPECT_EQ(64u, buffer->range_length());
+    int64_t timeUs;
+    EXPECT_FALSE(buffer->meta_data().findInt64(kKeyTime, &timeUs));
+    EXPECT_FALSE(buffer->meta_data().hasData(kKeyIsSyncFrame));
+    buffer->release();
+}
+
+TEST(MediaBufferTest, CloneSharesDataAndKeepsTheOriginalAlive) {
+    int destroyed = 0;
+    MediaBuffer* original = new CountingBuffer(32, &destroyed);
+    original->set_range(4, 8);
+    original->meta_data().setInt64(kKeyTime, 42);
+    MediaBuffer* clone = original->clone();
+    EXPECT_EQ(original->data(), clone->data());
+    EXPECT_EQ(4u, clone->range_offset());
+    clone->set_range(0, 32);
+    EXPECT_EQ(8u, original->range_length());
+    int64_t timeUs = 0;
+    EXPECT_TRUE(clone->meta_data().findInt64(kKeyTime, &timeUs));
+    EXPECT_EQ(42, timeUs);
+
+    original->release();  // the owner is done; the clone's reference remains
+    EXPECT_EQ(0, destroyed);
+    memset(clone->data(), 0, 32);  // still valid memory (ASan)
+    clone->release();              // the clone gives the last reference back
+    EXPECT_EQ(1, destroyed);
+}
+
+class CountingObserver : public MediaBufferObserver {
+public:
+    void signalBufferReturned(MediaBufferBase* buffer) override {
+        mReturned.push_back(buffer);
+    }
+    std::vector<MediaBufferBase*> mReturned;
+};
+
+TEST(MediaBufferTest, ObserverGetsTheBufferBackOnLastRelease) {
+    CountingObserver observer;
+    int destroyed = 0;
+    MediaBuffer* buffer = new CountingBuffer(8, &destroyed);
+    buffer->setObserver(&observer);
+    buffer->add_ref();
+    buffer->add_ref();
+    buffer->release();
+    EXPECT_TRUE(observer.mReturned.empty());
+    buffer->release();
+    ASSERT_EQ(1u, observer.mReturned.size());
+    EXPECT_EQ(buffer, observer.mReturned[0]);
+    EXPECT_EQ(0, destroyed);
+    buffer->setObserver(nullptr);
+    buffer->release();
+    EXPECT_EQ(1, destroyed);
+}
+
+TEST(MediaBufferDeathTest, RangeOutsideTheBufferAborts) {
+    MediaBuffer* buffer = new MediaBuffer(100);
+    EXPECT_DEATH(buffer->set_range(1, 100), "CHECK\\(offset \\+ length <= mSize\\) failed\\.");
+    EXPECT_DEATH(buffer->set_range(101, 0), "CHECK\\(offset \\+ length <= mSize\\) failed\\.");
+    // Would wrap around to a small sum.
+    EXPECT_DEATH(buffer->set_range(SIZE_MAX, 2), "CHECK\\(offset \\+ length <= mSize\\) failed\\.");
+    buffer->release();
+}
+
+}  // namespace
+}  // namespace android

@@ -1,0 +1,196 @@
+#include <media/stagefright/MetaData.h>
+
+#include <string.h>
+
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace android {
+namespace {
+
+TEST(MetaDataTest, FindWithAnotherTypeFails) {
+    MetaDataBase meta;
+    EXPECT_FALSE(meta.setInt32(kKeySampleRate, 44100));
+    int32_t i32 = 0;
+    int64_t i64 = 0;
+    float f = 0;
+    const char* s = nullptr;
+    void* p = nullptr;
+    EXPECT_TRUE(meta.findInt32(kKeySampleRate, &i32));
+    EXPECT_EQ(44100, i32);
+    EXPECT_FALSE(meta.findInt64(kKeySampleRate, &i64));
+    EXPECT_FALSE(meta.findFloat(kKeySampleRate, &f));
+    EXPECT_FALSE(meta.findCString(kKeySampleRate, &s));
+    EXPECT_FALSE(meta.findPointer(kKeySampleRate, &p));
+    EXPECT_FALSE(meta.findInt32(kKeyChannelCount, &i32));
+    EXPECT_EQ(44100, i32) << "a failed find must leave the output alone";
+}
+
+TEST(MetaDataTest, OverwriteReplacesValueAndType) {
+    MetaDataBase meta;
+    EXPECT_FALSE(meta.setInt32(kKeyTime, 5));
+    EXPECT_TRUE(meta.setInt64(kKeyTime, 1LL << 40));
+    int32_t i32;
+    int64_t i64;
+    EXPECT_FALSE(meta.findInt32(kKeyTime, &i32));
+    ASSERT_TRUE(meta.findInt64(kKeyTime, &i64));
+    EXPECT_EQ(1LL << 40, i64);
+    EXPECT_TRUE(meta.setCString(kKeyTime, "now"));
+    EXPECT_FALSE(meta.findInt64(kKeyTime, &i64));
+    EXPECT_EQ(1u, meta.countEntries());
+}
+
+TEST(MetaDataTest, StringsAndDataAreCopied) {
+    MetaDataBase meta;
+    char mime[] = "audio/raw";
+    meta.setCString(kKeyMIMEType, mime);
+    mime[0] = 'X';
+    const char* found = nullptr;
+    ASSERT_TRUE(meta.findCString(kKeyMIMEType, &found));
+    EXPECT_STREQ("audio/raw", found);
+    EXPECT_NE(mime, found);
+
+    uint8_t blob[5] = {1, 2, 3, 4, 5};
+    EXPECT_FALSE(meta.setData(kKeyESDS, kTypeESDS, blob, sizeof(blob)));
+    blob[0] = 99;
+    uint32_t type = 0;
+    const void* data = nullptr;
+    size_t size = 0;
+    ASSERT_TRUE(meta.findData(kKeyESDS, &type, &data, &size));
+    EXPECT_EQ(static_cast<uint32_t>(kTypeESDS), type);
+    ASSERT_EQ(5u, size);
+    EXPECT_EQ(1, static_cast<const uint8_t*>(data)[0]);
+    EXPECT_EQ(5, static_cast<const uint8_t*>(data)[4]);
+}
+
+TEST(MetaDataTest, FloatPointerRectAndArbitraryKeys) {
+    MetaDataBase meta;
+    int anchor = 0;
+    meta.setFloat(kKeyCaptureFramerate, 29.97f);
+    meta.setPointer(kKeyPlatformPrivate, &anchor);
+    meta.setRect(kKeyCropRect, 1, 2, 3, 4);
+    meta.setInt32(0, -1);
+    meta.setInt32(0xDEADBEEF, 7);
+    meta.setInt32(0x70666d74, 6);  // 'pfmt'
+
+    float f;
+    void* p;
+    int32_t l, t, r, b, v;
+    ASSERT_TRUE(meta.findFloat(kKeyCaptureFramerate, &f));
+    EXPECT_EQ(29.97f, f);
+    ASSERT_TRUE(meta.findPointer(kKeyPlatformPrivate, &p));
+    EXPECT_EQ(&anchor, p);
+    ASSERT_TRUE(meta.findRect(kKeyCropRect, &l, &t, &r, &b));
+    EXPECT_EQ(1, l);
+    EXPECT_EQ(4, b);
+    ASSERT_TRUE(meta.findInt32(0, &v));
+    EXPECT_EQ(-1, v);
+    ASSERT_TRUE(meta.findInt32(0xDEADBEEF, &v));
+    EXPECT_EQ(7, v);
+    ASSERT_TRUE(meta.findInt32(kKeyPcmFormat, &v));
+    EXPECT_EQ(6, v);
+}
+
+TEST(MetaDataTest, RemoveClearAndHasData) {
+    MetaDataBase meta;
+    meta.setInt32(kKeyChannelCount, 2);
+    meta.setInt64(kKeyDuration, 1000);
+    EXPECT_TRUE(meta.hasData(kKeyChannelCount));
+    EXPECT_TRUE(meta.remove(kKeyChannelCount));
+    EXPECT_FALSE(meta.remove(kKeyChannelCount));
+    EXPECT_FALSE(meta.hasData(kKeyChannelCount));
+    EXPECT_TRUE(meta.hasData(kKeyDuration));
+    meta.clear();
+    EXPECT_FALSE(meta.hasData(kKeyDuration));
+    EXPECT_EQ(0u, meta.countEntries());
+    EXPECT_EQ(std::string(""), std::string(meta.toString().c_str()));
+}
+
+TEST(MetaDataTest, CopiesAreIndependent) {
+    sp<MetaData> original = new MetaData;
+    original->setCString(kKeyMIMEType, "audio/flac");
+    original->setInt32(kKeySampleRate, 96000);
+
+    sp<MetaData> copy = new MetaData(*original);
+    copy->setCString(kKeyMIMEType, "audio/raw");
+    copy->remove(kKeySampleRate);
+
+    const char* mime;
+    int32_t rate;
+    ASSERT_TRUE(original->findCString(kKeyMIMEType, &mime));
+    EXPECT_STREQ("audio/flac", mime);
+    EXPECT_TRUE(original->findInt32(kKeySampleRate, &rate));
+
+    MetaDataBase base;
+    base = *original;
+    sp<MetaData> fromBase = new MetaData(base);
+    base.clear();
+    ASSERT_TRUE(fromBase->findInt32(kKeySampleRate, &rate));
+    EXPECT_EQ(96000, rate);
+}
+
+TEST(MetaDataTest, ToStringNamesKeysAndValues) {
+    MetaDataBase meta;
+    meta.setCString(kKeyMIMEType, "audio/raw");
+    meta.setInt32(kKeySampleRate, 44100);
+    meta.setInt64(kKeyTime, 123456789012LL);
+    const std::string s = meta.toString().c_str();
+    EXPECT_NE(std::string::npos, s.find("mime")) << s;
+    EXPECT_NE(std::string::npos, s.find("audio/raw")) << s;
+    EXPECT_NE(std::string::npos, s.find("srte")) << s;
+    EXPECT_NE(std::string::npos, s.find("44100")) << s;
+    EXPECT_NE(std::string::npos, s.find("123456789012")) << s;
+}
+
+// Random sets, overwrites and removes against a plain map of the last value
+// and type written per key.
+TEST(MetaDataTest, RandomOperationsMatchAModel) {
+    struct Model {
+        int type;  // 0 int32, 1 int64, 2 string
+        int64_t value;
+    };
+    std::mt19937 rng(1234);
+    MetaDataBase meta;
+    std::map<uint32_t, Model> model;
+    const uint32_t keys[] = {kKeyTime, kKeyDuration, kKeySampleRate, 0, 0xFFFFFFFF, 'abcd'};
+    for (int step = 0; step < 5000; ++step) {
+        const uint32_t key = keys[rng() % 6];
+        const int op = rng() % 5;
+        const int64_t value = static_cast<int64_t>(rng()) - (1LL << 31);
+        if (op == 4) {
+            EXPECT_EQ(model.erase(key) > 0, meta.remove(key));
+            continue;
+        }
+        const int type = op % 3;
+        bool replaced = false;
+        if (type == 0) replaced = meta.setInt32(key, static_cast<int32_t>(value));
+        if (type == 1) replaced = meta.setInt64(key, value * 3);
+        if (type == 2) replaced = meta.setCString(key, std::to_string(value).c_str());
+        EXPECT_EQ(model.count(key) > 0, replaced);
+        model[key] = {type, type == 1 ? value * 3 : value};
+
+        for (uint32_t k : keys) {
+            auto it = model.find(k);
+            int32_t i32;
+            int64_t i64;
+            const char* s;
+            const bool has32 = meta.findInt32(k, &i32);
+            const bool has64 = meta.findInt64(k, &i64);
+            const bool hasS = meta.findCString(k, &s);
+            ASSERT_EQ(it != model.end() && it->second.type == 0, has32);
+            ASSERT_EQ(it != model.end() && it->second.type == 1, has64);
+            ASSERT_EQ(it != model.end() && it->second.type == 2, hasS);
+            if (has32) { ASSERT_EQ(static_cast<int32_t>(it->second.value), i32); }
+            if (has64) { ASSERT_EQ(it->second.value, i64); }
+            if (hasS) { ASSERT_EQ(std::to_string(it->second.value), s); }
+        }
+        ASSERT_EQ(model.size(), meta.countEntries());
+    }
+}
+
+}  // namespace
+}  // namespace android
