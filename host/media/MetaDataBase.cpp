@@ -223,10 +223,6 @@ bool MetaDataBase::hasData(uint32_t key) const {
     return mInternalData->mItems.count(key) > 0;
 }
 
-size_t MetaDataBase::countEntries() const {
-    return mInternalData->mItems.size();
-}
-
 String8 MetaDataBase::toString() const {
     String8 s;
     bool first = true;

@@ -7,7 +7,6 @@
 #include <atomic>
 
 #include <media/stagefright/MediaBufferBase.h>
-#include <utils/Errors.h>
 
 namespace android {
 
@@ -47,10 +46,6 @@ public:
 
     virtual int localRefcount() const override { return mRefCount.load(); }
     virtual int remoteRefcount() const override { return 0; }
-
-    // Whether construction obtained the memory (false after a failed
-    // allocation of an owning buffer).
-    status_t initCheck() const { return mData != nullptr || mSize == 0 ? OK : NO_MEMORY; }
 
 protected:
     // Destroyed through release(), never directly.

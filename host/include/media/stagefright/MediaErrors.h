@@ -71,27 +71,6 @@ static inline bool isCryptoError(status_t err) {
            (ERROR_DRM_VENDOR_MIN <= err && err <= ERROR_DRM_VENDOR_MAX);
 }
 
-// Short name of a media status, for log lines.
-static inline const char* StrMediaError(status_t err) {
-    switch (err) {
-        case ERROR_ALREADY_CONNECTED: return "ERROR_ALREADY_CONNECTED";
-        case ERROR_NOT_CONNECTED: return "ERROR_NOT_CONNECTED";
-        case ERROR_UNKNOWN_HOST: return "ERROR_UNKNOWN_HOST";
-        case ERROR_CANNOT_CONNECT: return "ERROR_CANNOT_CONNECT";
-        case ERROR_IO: return "ERROR_IO";
-        case ERROR_CONNECTION_LOST: return "ERROR_CONNECTION_LOST";
-        case ERROR_MALFORMED: return "ERROR_MALFORMED";
-        case ERROR_OUT_OF_RANGE: return "ERROR_OUT_OF_RANGE";
-        case ERROR_BUFFER_TOO_SMALL: return "ERROR_BUFFER_TOO_SMALL";
-        case ERROR_UNSUPPORTED: return "ERROR_UNSUPPORTED";
-        case ERROR_END_OF_STREAM: return "ERROR_END_OF_STREAM";
-        case INFO_FORMAT_CHANGED: return "INFO_FORMAT_CHANGED";
-        case INFO_DISCONTINUITY: return "INFO_DISCONTINUITY";
-        case INFO_OUTPUT_BUFFERS_CHANGED: return "INFO_OUTPUT_BUFFERS_CHANGED";
-        default: return "(unknown media error)";
-    }
-}
-
 }  // namespace android
 
 #endif  // MEDIA_ERRORS_H_

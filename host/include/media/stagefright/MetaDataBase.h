@@ -204,9 +204,6 @@ enum {
 
     kKeyHapticChannelCount = 'hapC',
 
-    // Vendor extensions carried by vendor trees.
-    kKeyPcmFormat         = 'pfmt',  // int32_t (audio_format_t of decoded PCM)
-    kKeySampleBits        = 'sbit',  // int32_t (bits of a coded sample)
 };
 
 enum {
@@ -271,9 +268,6 @@ public:
     bool findData(uint32_t key, uint32_t* type, const void** data, size_t* size) const;
 
     bool hasData(uint32_t key) const;
-
-    // Number of entries.
-    size_t countEntries() const;
 
     String8 toString() const;
     void dumpToLog() const;
