@@ -57,6 +57,7 @@ public:
             close();
             return false;
         }
+        fflush(mFile);
         return true;
     }
 

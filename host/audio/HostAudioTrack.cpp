@@ -200,7 +200,10 @@ status_t HostAudioTrack::init() {
     }
 
     std::shared_ptr<HostAudioTrack> self = shared_from_this();
-    mThread = std::thread([self] { self->threadLoop(); });
+    mThread = std::thread([self] {
+        self->threadLoop();
+        ALOGD("callback thread done");
+    });
     return OK;
 }
 
