@@ -1,0 +1,882 @@
+// AudioDecoder over real fixtures (checked against the ffmpeg tool's own
+// decode), and its edge cases driven through its handler: queue limit,
+// early end of stream, stale callbacks during a seek, abort texts.
+
+#include <gtest/gtest.h>
+
+#include <cutils/properties.h>
+#include <media/stagefright/MediaBuffer.h>
+#include <media/stagefright/MediaCodec.h>
+#include <media/stagefright/MediaDefs.h>
+#include <media/stagefright/MediaErrors.h>
+#include <media/stagefright/MetaData.h>
+#include <media/stagefright/NuMediaExtractor.h>
+#include <media/stagefright/foundation/ABuffer.h>
+#include <media/stagefright/foundation/ALooper.h>
+#include <media/stagefright/foundation/AMessage.h>
+#include <system/audio.h>
+
+#include <LogCapture.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <atomic>
+#include <thread>
+
+#include "AudioDecoder.h"
+#include "DecoderTestSupport.h"
+#include "MediaCodecBuffer.h"
+
+namespace android {
+namespace {
+
+using namespace decodertest;
+using Peer = AudioDecoderTestPeer;
+using testing::LogCapture;
+
+const char *kFlacProperty = "flac.sw.decoder.24bit.support";
+
+class ScopedFlacProperty {
+public:
+    explicit ScopedFlacProperty(const char *value) { property_set(kFlacProperty, value); }
+    ~ScopedFlacProperty() { property_set(kFlacProperty, "false"); }
+};
+
+sp<AudioDecoder> openDecoder(const std::string &name, ssize_t track = -1) {
+    bool selected = false;
+    sp<NuMediaExtractor> extractor = openExtractor(fixturePath(name), track, &selected);
+    EXPECT_TRUE(selected) << name;
+    return new AudioDecoder(extractor);
+}
+
+int32_t pfmtOf(const sp<AudioDecoder> &decoder) {
+    int32_t pfmt = -1;
+    EXPECT_TRUE(decoder->getFormat()->findInt32(AudioDecoder::kKeyPcmFormat, &pfmt));
+    return pfmt;
+}
+
+int32_t channelsOf(const sp<AudioDecoder> &decoder) {
+    int32_t channels = 0;
+    EXPECT_TRUE(decoder->getFormat()->findInt32(kKeyChannelCount, &channels));
+    return channels;
+}
+
+// The left channel of the ramp fixtures counts frames: the frame index
+// modulo 2^16 in the top 16 bits of every sample format.
+int64_t rampFrameAt(const uint8_t *frame, int32_t pfmt) {
+    switch (pfmt) {
+        case 6: {
+            int32_t s = (int32_t)((uint32_t)frame[0] << 8 | (uint32_t)frame[1] << 16 |
+                                  (uint32_t)frame[2] << 24) >> 8;
+            return s + 8388608;  // full 24-bit ramp
+        }
+        case 3: {
+            int32_t s;
+            memcpy(&s, frame, 4);
+            return ((int64_t)s + 2147483648LL) >> 16;
+        }
+        default: {
+            int16_t s;
+            memcpy(&s, frame, 2);
+            return s + 32768;
+        }
+    }
+}
+
+// Whether the extractor of |path| reports the end on the advance past its last
+// sample (rather than on the read after it): the case in which the raw path
+// drops that sample.
+bool advanceDropsLastSample(const std::string &path) {
+    sp<NuMediaExtractor> extractor = openExtractor(path);
+    sp<ABuffer> buffer = new ABuffer(1 << 20);
+    for (;;) {
+        if (extractor->readSampleData(buffer) != OK) return false;
+        if (extractor->advance() == ERROR_END_OF_STREAM) return true;
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Whole files against the ffmpeg tool.
+
+struct FixtureCase {
+    const char *name;
+    bool lossless;
+    bool raw;          // passed through without a codec
+    int32_t pfmt;      // expected "pfmt" with the FLAC property off
+};
+
+class AudioDecoderFixtureTest : public ::testing::TestWithParam<FixtureCase> {};
+
+TEST_P(AudioDecoderFixtureTest, MatchesReferenceDecodeInAnnouncedFormat) {
+    const FixtureCase &c = GetParam();
+    const std::string path = fixturePath(c.name);
+    sp<AudioDecoder> decoder = openDecoder(c.name);
+    ASSERT_EQ(OK, decoder->start(nullptr));
+    EXPECT_EQ(c.raw, Peer::rawPCM(decoder.get()));
+    EXPECT_EQ(c.raw, Peer::codec(decoder.get()) == nullptr);
+
+    const int32_t pfmt = pfmtOf(decoder);
+    EXPECT_EQ(c.pfmt, pfmt);
+    const char *mime = nullptr;
+    ASSERT_TRUE(decoder->getFormat()->findCString(kKeyMIMEType, &mime));
+    EXPECT_STREQ(MEDIA_MIMETYPE_AUDIO_RAW, mime);
+    const int channels = channelsOf(decoder);
+    ASSERT_GT(channels, 0);
+
+    Decoded d = drain(decoder);
+    EXPECT_EQ(ERROR_END_OF_STREAM, d.lastStatus);
+    ASSERT_FALSE(d.pcm.empty());
+    const size_t frameBytes = bytesPerSampleForPfmt(pfmt) * channels;
+    EXPECT_EQ(0u, d.pcm.size() % frameBytes);
+    for (size_t i = 1; i < d.timesUs.size(); ++i) {
+        ASSERT_LE(d.timesUs[i - 1], d.timesUs[i]) << "buffer " << i;
+    }
+
+    const std::vector<uint8_t> ref = referenceDecode(path, sampleFormatForPfmt(pfmt));
+    ASSERT_FALSE(ref.empty()) << "ffmpeg could not decode " << path;
+
+    if (c.lossless) {
+        if (c.raw) {
+            // The raw path gives up the track's last sample when the
+            // extractor reports the end on the advance past it.
+            const bool drops = advanceDropsLastSample(path);
+            ASSERT_LE(d.pcm.size(), ref.size());
+            EXPECT_TRUE(std::equal(d.pcm.begin(), d.pcm.end(), ref.begin()));
+            if (!drops) {
+                EXPECT_EQ(ref.size(), d.pcm.size());
+            } else {
+                EXPECT_GT(ref.size(), d.pcm.size());
+            }
+        } else {
+            ASSERT_EQ(ref.size(), d.pcm.size());
+            EXPECT_TRUE(d.pcm == ref);
+        }
+    } else {
+        // Lossy: same signal, possibly shifted by decoder delay/padding.
+        const std::vector<double> a = toDoubles(d.pcm, pfmt, channels, 0);
+        const std::vector<double> b = toDoubles(ref, pfmt, channels, 0);
+        EXPECT_NEAR((double)a.size(), (double)b.size(), 0.05 * b.size());
+        int lag = 0;
+        const double corr = bestCorrelation(a, b, 3000, &lag);
+        EXPECT_GT(corr, 0.98) << "lag " << lag;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+        Fixtures, AudioDecoderFixtureTest,
+        ::testing::Values(FixtureCase{"flac16.flac", true, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"flacmono.flac", true, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"six.flac", true, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"twotracks.mkv", true, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"alac.m4a", true, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"wav16.wav", true, true, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"wav16mono.wav", true, true, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"wav8.wav", true, true, AUDIO_FORMAT_PCM_8_BIT},
+                          FixtureCase{"wav24.wav", true, true, AUDIO_FORMAT_PCM_24_BIT_PACKED},
+                          FixtureCase{"wav32.wav", true, true, AUDIO_FORMAT_PCM_32_BIT},
+                          FixtureCase{"aiff16.aiff", true, true, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"aiff24.aiff", true, true, AUDIO_FORMAT_PCM_24_BIT_PACKED},
+                          FixtureCase{"mp3.mp3", false, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"mp3mono.mp3", false, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"aac.m4a", false, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"vorbis.ogg", false, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"opus.opus", false, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"wma.wma", false, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"video.mp4", false, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"dsd.dsf", false, false, AUDIO_FORMAT_PCM_24_BIT_PACKED}),
+        [](const ::testing::TestParamInfo<FixtureCase> &info) {
+            std::string n = info.param.name;
+            for (char &ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
+            return n;
+        });
+
+TEST(AudioDecoderFormatTest, FlacPropertyDecidesBetween16And24Bit) {
+    {
+        ScopedFlacProperty off("false");
+        sp<AudioDecoder> decoder = openDecoder("flac24.flac");
+        ASSERT_EQ(OK, decoder->start(nullptr));
+        sp<AMessage> input;
+        ASSERT_EQ(OK, Peer::codec(decoder.get())->getInputFormat(&input));
+        int32_t encoding = 0;
+        EXPECT_TRUE(input->findInt32("pcm-encoding", &encoding));
+        EXPECT_EQ(2, encoding);
+        EXPECT_EQ(AUDIO_FORMAT_PCM_16_BIT, pfmtOf(decoder));
+        Decoded d = drain(decoder);
+        std::vector<uint8_t> ref = referenceDecode(fixturePath("flac24.flac"), "s16le");
+        ASSERT_EQ(ref.size(), d.pcm.size());
+        EXPECT_TRUE(ref == d.pcm);
+    }
+    {
+        ScopedFlacProperty on("true");
+        sp<AudioDecoder> decoder = openDecoder("flac24.flac");
+        ASSERT_EQ(OK, decoder->start(nullptr));
+        sp<AMessage> input;
+        ASSERT_EQ(OK, Peer::codec(decoder.get())->getInputFormat(&input));
+        int32_t encoding = 0;
+        EXPECT_TRUE(input->findInt32("pcm-encoding", &encoding));
+        EXPECT_EQ(100, encoding);
+        EXPECT_EQ(AUDIO_FORMAT_PCM_24_BIT_PACKED, pfmtOf(decoder));
+        Decoded d = drain(decoder);
+        std::vector<uint8_t> ref = referenceDecode(fixturePath("flac24.flac"), "s24le");
+        ASSERT_EQ(ref.size(), d.pcm.size());
+        EXPECT_TRUE(ref == d.pcm);
+    }
+    {
+        // A 16-bit FLAC stays 16-bit with the property on.
+        ScopedFlacProperty on("true");
+        sp<AudioDecoder> decoder = openDecoder("flac16.flac");
+        ASSERT_EQ(OK, decoder->start(nullptr));
+        EXPECT_EQ(AUDIO_FORMAT_PCM_16_BIT, pfmtOf(decoder));
+    }
+}
+
+TEST(AudioDecoderFormatTest, PcmEncodingChoiceByMime) {
+    sp<AudioDecoder> decoder = openDecoder("wav16.wav");  // no codec needed
+    struct Case {
+        const char *mime;
+        int bits;       // 0: no "bits-per-sample"
+        bool flacProperty;
+        int32_t expected;
+    } cases[] = {
+        {"audio/flac", 24, false, 2},
+        {"audio/FLAC", 8, false, 2},
+        {"audio/flac", 24, true, 100},
+        {"audio/flac", 8, true, 3},
+        {"audio/flac", 0, true, 2},
+        {"audio/x-ms-wma", 24, false, 2},
+        {"AUDIO/X-MS-WMA", 24, true, 2},
+        {MEDIA_MIMETYPE_AUDIO_WMA_PRO, 24, false, 2},
+        {MEDIA_MIMETYPE_AUDIO_WMA_LOSSLESS, 24, false, 2},
+        {"audio/dsd", 16, false, 100},
+        {"audio/DSD", 8, true, 100},
+        {"audio/alac", 24, false, 100},
+        {"audio/alac", 8, false, 3},
+        {"audio/alac", 32, false, 2},
+        {"audio/mpeg", 0, false, 2},
+        {"audio/x-ape", 24, false, 100},
+    };
+    for (const Case &c : cases) {
+        ScopedFlacProperty property(c.flacProperty ? "true" : "false");
+        sp<AMessage> format = new AMessage;
+        format->setString("mime", c.mime);
+        if (c.bits != 0) format->setInt32("bits-per-sample", c.bits);
+        Peer::setCodecOutputFormat(decoder.get(), format);
+        int32_t encoding = -1;
+        EXPECT_TRUE(format->findInt32("pcm-encoding", &encoding));
+        EXPECT_EQ(c.expected, encoding)
+                << c.mime << " bits " << c.bits << " property " << c.flacProperty;
+    }
+
+    // An encoding already in the format is left alone.
+    sp<AMessage> format = new AMessage;
+    format->setString("mime", "audio/dsd");
+    format->setInt32("pcm-encoding", 3);
+    Peer::setCodecOutputFormat(decoder.get(), format);
+    int32_t encoding = -1;
+    EXPECT_TRUE(format->findInt32("pcm-encoding", &encoding));
+    EXPECT_EQ(3, encoding);
+}
+
+TEST(AudioDecoderFormatTest, FormatIsBuiltOnceAndKeepsTrackEntries) {
+    sp<AudioDecoder> decoder = openDecoder("flac16.flac");
+    ASSERT_EQ(OK, decoder->start(nullptr));
+    sp<MetaData> first = decoder->getFormat();
+    ASSERT_NE(nullptr, first.get());
+    int32_t rate = 0, channels = 0;
+    int64_t durationUs = 0;
+    EXPECT_TRUE(first->findInt32(kKeySampleRate, &rate));
+    EXPECT_EQ(44100, rate);
+    EXPECT_TRUE(first->findInt32(kKeyChannelCount, &channels));
+    EXPECT_EQ(2, channels);
+    EXPECT_TRUE(first->findInt64(kKeyDuration, &durationUs));
+    EXPECT_NEAR(3000000, durationUs, 50000);
+
+    // A format change reported by the codec does not reach the readers.
+    sp<AMessage> changed = new AMessage(AudioDecoder::kWhatCodecNotify, Peer::reflector(decoder.get()));
+    changed->setInt32("callbackID", MediaCodec::CB_OUTPUT_FORMAT_CHANGED);
+    sp<AMessage> newFormat = new AMessage;
+    newFormat->setInt32("bit-width", 24);
+    newFormat->setInt32("pcm-encoding", 100);
+    changed->setMessage("format", newFormat);
+    decoder->onMessageReceived(changed);
+
+    sp<MetaData> second = decoder->getFormat();
+    EXPECT_EQ(first.get(), second.get());
+    int32_t pfmt = 0;
+    EXPECT_TRUE(second->findInt32(AudioDecoder::kKeyPcmFormat, &pfmt));
+    EXPECT_EQ(AUDIO_FORMAT_PCM_16_BIT, pfmt);
+    EXPECT_EQ(0x70666d74u, AudioDecoder::kKeyPcmFormat);
+}
+
+// ---------------------------------------------------------------------------
+// Construction and failures.
+
+TEST(AudioDecoderSetupTest, LoopersAndStates) {
+    sp<AudioDecoder> raw = openDecoder("wav16.wav");
+    EXPECT_STREQ("RotavoxAudioDecoder", Peer::looper(raw.get())->getName());
+    // No codec, so its looper is never named or started.
+    EXPECT_STRNE("RotavoxDecoder-CL", Peer::codecLooper(raw.get())->getName());
+    EXPECT_EQ(NO_INIT, Peer::initStatus(raw.get()));
+    EXPECT_EQ(OK, raw->start(nullptr));
+    EXPECT_EQ(OK, raw->stop());
+    EXPECT_EQ(ERROR_UNSUPPORTED, raw->pause());
+
+    sp<AudioDecoder> coded = openDecoder("mp3.mp3");
+    EXPECT_STREQ("RotavoxDecoder-CL", Peer::codecLooper(coded.get())->getName());
+    EXPECT_EQ(OK, Peer::initStatus(coded.get()));
+    EXPECT_EQ(OK, coded->start(nullptr));
+    // stop and start again: decoding starts afresh and still works.
+    EXPECT_EQ(OK, coded->stop());
+}
+
+TEST(AudioDecoderSetupTest, TrackNotFoundGivesNoInit) {
+    LogCapture log;
+    sp<NuMediaExtractor> extractor = new NuMediaExtractor;
+    ASSERT_EQ(OK, extractor->setDataSource(NULL, fixturePath("flac16.flac").c_str()));
+    // No track selected.
+    sp<AudioDecoder> decoder = new AudioDecoder(extractor);
+    EXPECT_TRUE(log.contains("AudioDecoder", "can't get audio track!", ANDROID_LOG_ERROR));
+    EXPECT_EQ(NO_INIT, decoder->start(nullptr));
+    MediaBufferBase *buffer = reinterpret_cast<MediaBufferBase *>(0x1);
+    EXPECT_EQ(NO_INIT, decoder->read(&buffer, nullptr));
+    EXPECT_EQ(nullptr, buffer);
+    MediaSource::ReadOptions options;
+    options.setSeekTo(1000000);
+    EXPECT_EQ(NO_INIT, decoder->read(&buffer, &options));
+    EXPECT_EQ(nullptr, buffer);
+}
+
+TEST(AudioDecoderSetupTest, CodecThatCannotBeCreatedGivesItsStatus) {
+    LogCapture log;
+    // The video track of video.mp4: no audio codec takes it.
+    sp<NuMediaExtractor> extractor = openExtractor(fixturePath("video.mp4"), 0);
+    sp<AMessage> format;
+    ASSERT_EQ(OK, extractor->getTrackFormat(0, &format));
+    AString mime;
+    ASSERT_TRUE(format->findString("mime", &mime));
+    ASSERT_EQ(0, strncmp(mime.c_str(), "video/", 6)) << mime.c_str();
+
+    sp<AudioDecoder> decoder = new AudioDecoder(extractor);
+    const status_t created = Peer::initStatus(decoder.get());
+    EXPECT_NE(OK, created);
+    EXPECT_TRUE(log.contains("AudioDecoder", "init decoder failed! " + std::to_string(created),
+                             ANDROID_LOG_ERROR));
+    EXPECT_EQ(NO_INIT, decoder->start(nullptr));
+    MediaBufferBase *buffer = reinterpret_cast<MediaBufferBase *>(0x1);
+    EXPECT_EQ(created, decoder->read(&buffer, nullptr));
+    EXPECT_EQ(nullptr, buffer);
+    MediaSource::ReadOptions options;
+    options.setSeekTo(0);
+    EXPECT_EQ(created, decoder->read(&buffer, &options));
+}
+
+TEST(AudioDecoderSetupTest, BadFilesGiveStatusesNotAborts) {
+    const char *files[] = {"bad-empty.mp3", "bad-truncated.flac", "bad-truncated.m4a",
+                           "bad-garbage.wav", "bad-text.mp3"};
+    for (const char *name : files) {
+        SCOPED_TRACE(name);
+        bool selected = false;
+        sp<NuMediaExtractor> extractor = openExtractor(fixturePath(name), -1, &selected);
+        sp<AudioDecoder> decoder = new AudioDecoder(extractor);
+        const status_t started = decoder->start(nullptr);
+        if (!selected) {
+            EXPECT_EQ(NO_INIT, started);
+            MediaBufferBase *buffer = nullptr;
+            EXPECT_EQ(NO_INIT, decoder->read(&buffer, nullptr));
+            continue;
+        }
+        if (started != OK) continue;
+        // What opens decodes to an end or an error, never an abort or a hang.
+        Decoded d = drain(decoder, 100000);
+        EXPECT_NE(OK, d.lastStatus);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Seeks.
+
+TEST(AudioDecoderSeekTest, FirstBufferAfterSeekIsDecodedAtTheNewPosition) {
+    for (const char *name : {"flac16.flac", "wav16.wav", "alac.m4a"}) {
+        SCOPED_TRACE(name);
+        sp<AudioDecoder> decoder = openDecoder(name);
+        ASSERT_EQ(OK, decoder->start(nullptr));
+        const int32_t pfmt = pfmtOf(decoder);
+        const int channels = channelsOf(decoder);
+        const size_t frameBytes = bytesPerSampleForPfmt(pfmt) * channels;
+        int32_t rate = 0;
+        ASSERT_TRUE(decoder->getFormat()->findInt32(kKeySampleRate, &rate));
+
+        // Let the queue fill with buffers of the old position first.
+        MediaBufferBase *buffer = nullptr;
+        ASSERT_EQ(OK, decoder->read(&buffer, nullptr));
+        buffer->release();
+
+        for (int64_t targetUs : {2000000LL, 500000LL, 1250000LL, 0LL}) {
+            MediaSource::ReadOptions options;
+            options.setSeekTo(targetUs, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC);
+            ASSERT_EQ(OK, decoder->read(&buffer, &options));
+            int64_t timeUs = -1;
+            ASSERT_TRUE(buffer->meta_data().findInt64(kKeyTime, &timeUs));
+            // The extractor lands on a sync sample at or before the target.
+            EXPECT_LE(timeUs, targetUs);
+            EXPECT_GT(timeUs, targetUs - 200000);
+            // Its samples are those of its time stamp: the ramp counts
+            // frames, so the first frame names its own position.
+            ASSERT_GE(buffer->range_length(), frameBytes);
+            const int64_t frame = rampFrameAt((const uint8_t *)buffer->data(), pfmt);
+            const int64_t expected = (timeUs * rate + 500000) / 1000000;
+            EXPECT_NEAR((double)(expected % 65536), (double)frame, 1.0) << timeUs;
+            buffer->release();
+
+            // Later buffers continue from there.
+            ASSERT_EQ(OK, decoder->read(&buffer, nullptr));
+            int64_t nextUs = -1;
+            ASSERT_TRUE(buffer->meta_data().findInt64(kKeyTime, &nextUs));
+            EXPECT_GT(nextUs, timeUs);
+            buffer->release();
+        }
+    }
+}
+
+TEST(AudioDecoderSeekTest, SeekAfterEndResumesDecoding) {
+    sp<AudioDecoder> decoder = openDecoder("flac16.flac");
+    ASSERT_EQ(OK, decoder->start(nullptr));
+    Decoded all = drain(decoder);
+    ASSERT_EQ(ERROR_END_OF_STREAM, all.lastStatus);
+    MediaBufferBase *buffer = nullptr;
+    EXPECT_EQ(ERROR_END_OF_STREAM, decoder->read(&buffer, nullptr));
+
+    MediaSource::ReadOptions options;
+    options.setSeekTo(0);
+    Decoded again = drain(decoder, 1000000, &options);
+    EXPECT_TRUE(again.pcm == all.pcm);
+}
+
+// ---------------------------------------------------------------------------
+// The handler, driven message by message.  The codec's callbacks are sent to
+// a collector instead of the decoder, and the test hands them on.
+
+class AudioDecoderFlowTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        mCollectorLooper = new ALooper;
+        mCollectorLooper->setName("DecoderTestCollector");
+        mCollectorLooper->start();
+        mCollector = new MessageCollector;
+        mCollectorLooper->registerHandler(mCollector);
+    }
+    void TearDown() override {
+        mDecoder.clear();
+        mCollectorLooper->unregisterHandler(mCollector->id());
+        mCollectorLooper->stop();
+    }
+
+    // A compressed decoder whose codec reports to the collector.
+    void openRedirected(const char *name) {
+        mDecoder = openDecoder(name);
+        sp<MediaCodec> codec = Peer::codec(mDecoder.get());
+        ASSERT_NE(nullptr, codec.get());
+        ASSERT_EQ(OK, codec->setCallback(new AMessage(AudioDecoder::kWhatCodecNotify, mCollector)));
+    }
+
+    static int32_t callbackID(const sp<AMessage> &msg) {
+        int32_t id = -1;
+        msg->findInt32("callbackID", &id);
+        return id;
+    }
+
+    // Next codec callback of kind |wanted|; callbacks of other kinds met on
+    // the way are handed to the decoder (or dropped).
+    sp<AMessage> nextCallback(int32_t wanted, bool forwardOthers = true) {
+        for (;;) {
+            sp<AMessage> msg = mCollector->next();
+            if (msg == nullptr) return nullptr;
+            if (callbackID(msg) == wanted) return msg;
+            if (forwardOthers) mDecoder->onMessageReceived(msg);
+        }
+    }
+
+    sp<AudioDecoder> mDecoder;
+    sp<ALooper> mCollectorLooper;
+    sp<MessageCollector> mCollector;
+};
+
+TEST_F(AudioDecoderFlowTest, InputIsDeferredAboveTwentyQueuedBuffers) {
+    openRedirected("flac16.flac");
+    ASSERT_EQ(OK, mDecoder->start(nullptr));
+    // The codec offers its input buffers at start; take two of them.
+    sp<AMessage> input1 = nextCallback(MediaCodec::CB_INPUT_AVAILABLE);
+    sp<AMessage> input2 = nextCallback(MediaCodec::CB_INPUT_AVAILABLE);
+    ASSERT_NE(nullptr, input1.get());
+    ASSERT_NE(nullptr, input2.get());
+    int32_t index1 = -1, index2 = -1;
+    ASSERT_TRUE(input1->findInt32("index", &index1));
+    ASSERT_TRUE(input2->findInt32("index", &index2));
+
+    for (int i = 0; i < 21; ++i) {
+        MediaBufferBase *b = MediaBufferBase::Create(4);
+        b->meta_data().setInt64(kKeyTime, i);
+        Peer::queueBuffer(mDecoder.get(), b);
+    }
+
+    // 21 queued: deferred.
+    EXPECT_EQ(WOULD_BLOCK, Peer::handleAnInputBuffer(mDecoder.get(), index1));
+    std::vector<sp<AMessage>> pending = Peer::pendingInput(mDecoder.get());
+    ASSERT_EQ(1u, pending.size());
+    int32_t value = -1;
+    EXPECT_EQ((uint32_t)AudioDecoder::kWhatCodecNotify, pending[0]->what());
+    EXPECT_TRUE(pending[0]->findInt32("index", &value));
+    EXPECT_EQ(index1, value);
+    EXPECT_TRUE(pending[0]->findInt32("callbackID", &value));
+    EXPECT_EQ(MediaCodec::CB_INPUT_AVAILABLE, value);
+    EXPECT_TRUE(pending[0]->findInt32("fromPending", &value));
+    EXPECT_EQ(1, value);
+
+    // One read: 20 left, and the deferred input comes back through the
+    // decoder's looper and is filled this time.
+    MediaBufferBase *buffer = nullptr;
+    ASSERT_EQ(OK, mDecoder->read(&buffer, nullptr));
+    int64_t timeUs = -1;
+    EXPECT_TRUE(buffer->meta_data().findInt64(kKeyTime, &timeUs));
+    EXPECT_EQ(0, timeUs);
+    buffer->release();
+    syncLooper(Peer::looper(mDecoder.get()));
+    EXPECT_TRUE(Peer::pendingInput(mDecoder.get()).empty());
+    EXPECT_EQ(20u, Peer::queuedBuffers(mDecoder.get()));
+    // The codec got the first sample: it decodes it and offers the output.
+    sp<AMessage> output = nextCallback(MediaCodec::CB_OUTPUT_AVAILABLE, false);
+    ASSERT_NE(nullptr, output.get());
+    ASSERT_TRUE(output->findInt64("timeUs", &timeUs));
+    EXPECT_EQ(0, timeUs);
+
+    // 22: a read leaves 21, so the re-posted input is deferred once more.
+    for (int i = 0; i < 2; ++i) Peer::queueBuffer(mDecoder.get(), MediaBufferBase::Create(4));
+    EXPECT_EQ(WOULD_BLOCK, Peer::handleAnInputBuffer(mDecoder.get(), index2));
+    ASSERT_EQ(OK, mDecoder->read(&buffer, nullptr));
+    buffer->release();
+    syncLooper(Peer::looper(mDecoder.get()));
+    EXPECT_EQ(21u, Peer::queuedBuffers(mDecoder.get()));
+    pending = Peer::pendingInput(mDecoder.get());
+    ASSERT_EQ(1u, pending.size());
+    EXPECT_TRUE(pending[0]->findInt32("index", &value));
+    EXPECT_EQ(index2, value);
+}
+
+TEST_F(AudioDecoderFlowTest, ReaderWaitingAtTheEndHearsOfItBeforeTheFinalBuffer) {
+    openRedirected("flacmono.flac");
+    ASSERT_EQ(OK, mDecoder->start(nullptr));
+    const std::vector<uint8_t> ref = referenceDecode(fixturePath("flacmono.flac"), "s16le");
+
+    // Hand every callback on, reading each buffer as it is queued, until the
+    // codec offers the output flagged end of stream; hold that one.
+    std::vector<uint8_t> pcm;
+    sp<AMessage> eos;
+    while (eos == nullptr) {
+        sp<AMessage> msg = mCollector->next();
+        ASSERT_NE(nullptr, msg.get()) << "codec went quiet";
+        int32_t flags = 0;
+        if (callbackID(msg) == MediaCodec::CB_OUTPUT_AVAILABLE &&
+                msg->findInt32("flags", &flags) && (flags & MediaCodec::BUFFER_FLAG_EOS)) {
+            eos = msg;
+            break;
+        }
+        mDecoder->onMessageReceived(msg);
+        if (callbackID(msg) == MediaCodec::CB_OUTPUT_AVAILABLE) {
+            MediaBufferBase *buffer = nullptr;
+            ASSERT_EQ(OK, mDecoder->read(&buffer, nullptr));
+            const uint8_t *p = (const uint8_t *)buffer->data();
+            pcm.insert(pcm.end(), p, p + buffer->range_length());
+            buffer->release();
+        }
+    }
+    ASSERT_EQ(0u, Peer::queuedBuffers(mDecoder.get()));
+
+    // A reader waits on the empty queue.  A marker among the deferred input
+    // tells when it is inside its loop; the lock is free again only once it
+    // waits.
+    sp<MessageCollector> marker = new MessageCollector;
+    mCollectorLooper->registerHandler(marker);
+    Peer::addPendingInput(mDecoder.get(), new AMessage('mark', marker));
+    status_t readerStatus = OK;
+    MediaBufferBase *readerBuffer = reinterpret_cast<MediaBufferBase *>(0x1);
+    std::thread reader([&] { readerStatus = mDecoder->read(&readerBuffer, nullptr); });
+    ASSERT_NE(nullptr, marker->next().get());
+    { Mutex::Autolock l(Peer::lock(mDecoder.get())); }
+
+    mDecoder->onMessageReceived(eos);
+    reader.join();
+    EXPECT_EQ(ERROR_END_OF_STREAM, readerStatus);
+    EXPECT_EQ(nullptr, readerBuffer);
+    EXPECT_TRUE(Peer::outputEOS(mDecoder.get()));
+    EXPECT_EQ(1u, Peer::queuedBuffers(mDecoder.get()));
+
+    // The final buffer is still there for the next read, then the end again.
+    size_t eosSize = 0;
+    int64_t eosTimeUs = 0;
+    ASSERT_TRUE(eos->findSize("size", &eosSize));
+    ASSERT_TRUE(eos->findInt64("timeUs", &eosTimeUs));
+    MediaBufferBase *buffer = nullptr;
+    ASSERT_EQ(OK, mDecoder->read(&buffer, nullptr));
+    EXPECT_EQ(eosSize, buffer->range_length());
+    int64_t timeUs = -1;
+    EXPECT_TRUE(buffer->meta_data().findInt64(kKeyTime, &timeUs));
+    EXPECT_EQ(eosTimeUs, timeUs);
+    const uint8_t *p = (const uint8_t *)buffer->data();
+    pcm.insert(pcm.end(), p, p + buffer->range_length());
+    buffer->release();
+    EXPECT_EQ(ERROR_END_OF_STREAM, mDecoder->read(&buffer, nullptr));
+    EXPECT_EQ(nullptr, buffer);
+    EXPECT_EQ(ERROR_END_OF_STREAM, mDecoder->read(&buffer, nullptr));
+
+    // Nothing was lost or reordered on the way.
+    EXPECT_TRUE(pcm == ref) << pcm.size() << " vs " << ref.size();
+
+    // Once the end is known, later outputs are left with the codec.
+    mDecoder->onMessageReceived(eos);
+    EXPECT_EQ(0u, Peer::queuedBuffers(mDecoder.get()));
+    mCollectorLooper->unregisterHandler(marker->id());
+}
+
+TEST_F(AudioDecoderFlowTest, BufferCallbacksDuringASeekAreIgnored) {
+    openRedirected("flac16.flac");
+    ASSERT_EQ(OK, mDecoder->start(nullptr));
+    sp<AMessage> input = nextCallback(MediaCodec::CB_INPUT_AVAILABLE);
+    sp<AMessage> staleInput = nextCallback(MediaCodec::CB_INPUT_AVAILABLE);
+    ASSERT_NE(nullptr, input.get());
+    ASSERT_NE(nullptr, staleInput.get());
+    mDecoder->onMessageReceived(input);  // one sample in
+    sp<AMessage> output = nextCallback(MediaCodec::CB_OUTPUT_AVAILABLE, false);
+    ASSERT_NE(nullptr, output.get());
+
+    // Hold the decoder's looper so the seek waits behind the gate.
+    sp<LooperGate> gate = new LooperGate;
+    gate->close(Peer::looper(mDecoder.get()));
+    gate->waitClosed();
+
+    MediaBufferBase *afterSeek = nullptr;
+    status_t seekStatus = UNKNOWN_ERROR;
+    std::atomic<bool> readerDone(false);
+    std::thread reader([&] {
+        MediaSource::ReadOptions options;
+        options.setSeekTo(1500000);
+        seekStatus = mDecoder->read(&afterSeek, &options);
+        readerDone = true;
+    });
+    // The reader marks the seek before it posts; nothing else to wait on.
+    while (!Peer::seeking(mDecoder.get())) std::this_thread::yield();
+
+    // Callbacks of the old position change nothing now.
+    int64_t sampleUsBefore = -1, sampleUsAfter = -2;
+    ASSERT_EQ(OK, Peer::extractor(mDecoder.get())->getSampleTime(&sampleUsBefore));
+    mDecoder->onMessageReceived(output);
+    mDecoder->onMessageReceived(staleInput);
+    ASSERT_EQ(OK, Peer::extractor(mDecoder.get())->getSampleTime(&sampleUsAfter));
+    EXPECT_EQ(sampleUsBefore, sampleUsAfter);
+    EXPECT_EQ(0u, Peer::queuedBuffers(mDecoder.get()));
+    int32_t index = -1;
+    ASSERT_TRUE(output->findInt32("index", &index));
+    sp<MediaCodecBuffer> stillOwned;
+    EXPECT_EQ(OK, Peer::codec(mDecoder.get())->getOutputBuffer(index, &stillOwned));
+
+    // What the codec offered before the seek names its old state.
+    while (mCollector->count() > 0) mCollector->next();
+
+    gate->open();
+    // After the flush and restart, the codec's new callbacks are handled.
+    while (!readerDone) {
+        sp<AMessage> msg = mCollector->next(std::chrono::milliseconds(100));
+        if (msg != nullptr) mDecoder->onMessageReceived(msg);
+    }
+    reader.join();
+    Peer::looper(mDecoder.get())->unregisterHandler(gate->id());
+    ASSERT_EQ(OK, seekStatus);
+    ASSERT_NE(nullptr, afterSeek);
+    EXPECT_FALSE(Peer::seeking(mDecoder.get()));
+    int64_t timeUs = -1;
+    ASSERT_TRUE(afterSeek->meta_data().findInt64(kKeyTime, &timeUs));
+    EXPECT_LE(timeUs, 1500000);
+    EXPECT_GT(timeUs, 1300000);
+    afterSeek->release();
+}
+
+TEST_F(AudioDecoderFlowTest, CodecErrorOnlyLogs) {
+    LogCapture log;
+    openRedirected("flac16.flac");
+    ASSERT_EQ(OK, mDecoder->start(nullptr));
+    sp<AMessage> err = new AMessage(AudioDecoder::kWhatCodecNotify, Peer::reflector(mDecoder.get()));
+    err->setInt32("callbackID", MediaCodec::CB_ERROR);
+    err->setInt32("err", (int32_t)0x80001001);
+    mDecoder->onMessageReceived(err);
+    EXPECT_TRUE(log.contains("AudioDecoder", "Decoder reported error : 0x80001001",
+                             ANDROID_LOG_ERROR));
+    EXPECT_FALSE(Peer::outputEOS(mDecoder.get()));
+    EXPECT_FALSE(Peer::inputEOS(mDecoder.get()));
+    EXPECT_EQ(0u, Peer::queuedBuffers(mDecoder.get()));
+
+    // Decoding goes on as before.
+    sp<AMessage> input = nextCallback(MediaCodec::CB_INPUT_AVAILABLE);
+    ASSERT_NE(nullptr, input.get());
+    mDecoder->onMessageReceived(input);
+    sp<AMessage> output = nextCallback(MediaCodec::CB_OUTPUT_AVAILABLE);
+    ASSERT_NE(nullptr, output.get());
+    mDecoder->onMessageReceived(output);
+    EXPECT_EQ(1u, Peer::queuedBuffers(mDecoder.get()));
+}
+
+// ---------------------------------------------------------------------------
+// Raw PCM.
+
+TEST(AudioDecoderRawTest, LargeSamplesAreReadWholeAndTheLastIsDropped) {
+    // PCM in Matroska with 20000-frame blocks: 80000-byte samples, beyond two
+    // doublings of the read buffer.
+    char dir[] = "/tmp/rotavox-decoder-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(dir));
+    const std::string path = std::string(dir) + "/bigblocks.mkv";
+    const std::string cmd =
+            "ffmpeg -nostdin -hide_banner -loglevel error -y -f lavfi -i "
+            "\"aevalsrc=exprs='mod(n,65536)/32768-1|(65535-mod(n,65536))/32768-1':s=44100:d=2\" "
+            "-af asetnsamples=n=20000:p=0 -c:a pcm_s16le '" + path + "'";
+    ASSERT_EQ(0, system(cmd.c_str()));
+
+    LogCapture log;
+    bool selected = false;
+    sp<NuMediaExtractor> extractor = openExtractor(path, -1, &selected);
+    ASSERT_TRUE(selected);
+    sp<AudioDecoder> decoder = new AudioDecoder(extractor);
+    ASSERT_TRUE(Peer::rawPCM(decoder.get()));
+    ASSERT_EQ(OK, decoder->start(nullptr));
+    EXPECT_EQ(AUDIO_FORMAT_PCM_16_BIT, pfmtOf(decoder));
+
+    Decoded d = drain(decoder);
+    EXPECT_EQ(ERROR_END_OF_STREAM, d.lastStatus);
+    // 88200 frames in blocks of 20000: four whole blocks and one of 8200
+    // frames, which the raw path gives up if the advance past it reports
+    // the end.
+    const bool drops = advanceDropsLastSample(path);
+    const std::vector<uint8_t> ref = referenceDecode(path, "s16le");
+    ASSERT_EQ(88200u * 4, ref.size());
+    ASSERT_EQ(drops ? 4u : 5u, d.sizes.size());
+    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(80000u, d.sizes[i]);
+    EXPECT_TRUE(std::equal(d.pcm.begin(), d.pcm.end(), ref.begin()));
+    EXPECT_EQ(drops ? 80000u * 4 : ref.size(), d.pcm.size());
+    for (size_t i = 0; i < d.timesUs.size(); ++i) {
+        EXPECT_NEAR(i * 20000 * 1000000.0 / 44100, (double)d.timesUs[i], 1000.0);
+    }
+    EXPECT_EQ(drops ? 1 : 0, log.count("AudioDecoder", "Extractor advance reach end of stream!",
+                                       ANDROID_LOG_WARN));
+    EXPECT_TRUE(Peer::inputEOS(decoder.get()));
+
+    // A seek clears the end and reads the same blocks again.
+    MediaSource::ReadOptions options;
+    options.setSeekTo(0);
+    Decoded again = drain(decoder, 100, &options);
+    EXPECT_TRUE(again.pcm == d.pcm);
+    unlink(path.c_str());
+    rmdir(dir);
+}
+
+// ---------------------------------------------------------------------------
+// Abort texts for broken messages.
+
+class AudioDecoderDeathTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        mDecoder = openDecoder("wav16.wav");
+    }
+    sp<AMessage> notify(int32_t cbID) {
+        sp<AMessage> msg = new AMessage(AudioDecoder::kWhatCodecNotify, Peer::reflector(mDecoder.get()));
+        if (cbID >= 0) msg->setInt32("callbackID", cbID);
+        return msg;
+    }
+    sp<AudioDecoder> mDecoder;
+};
+
+#define RV_PREFIX "frameworks/av/media/librotavox/AudioDecoder:"
+
+TEST_F(AudioDecoderDeathTest, MissingCallbackEntriesAbortWithTheirLine) {
+    EXPECT_DEATH(mDecoder->onMessageReceived(notify(-1)),
+                 RV_PREFIX "487 CHECK\\(msg->findInt32\\(\"callbackID\", &cbID\\)\\) failed\\.");
+    EXPECT_DEATH(mDecoder->onMessageReceived(notify(1)),
+                 RV_PREFIX "498 CHECK\\(msg->findInt32\\(\"index\", &index\\)\\) failed\\.");
+    sp<AMessage> out = notify(2);
+    EXPECT_DEATH(mDecoder->onMessageReceived(out),
+                 RV_PREFIX "515 CHECK\\(msg->findInt32\\(\"index\", &index\\)\\) failed\\.");
+    out->setInt32("index", 0);
+    EXPECT_DEATH(mDecoder->onMessageReceived(out),
+                 RV_PREFIX "516 CHECK\\(msg->findSize\\(\"offset\", &offset\\)\\) failed\\.");
+    out->setSize("offset", 0);
+    EXPECT_DEATH(mDecoder->onMessageReceived(out),
+                 RV_PREFIX "517 CHECK\\(msg->findSize\\(\"size\", &size\\)\\) failed\\.");
+    out->setSize("size", 0);
+    EXPECT_DEATH(mDecoder->onMessageReceived(out),
+                 RV_PREFIX "518 CHECK\\(msg->findInt64\\(\"timeUs\", &timeUs\\)\\) failed\\.");
+    out->setInt64("timeUs", 0);
+    EXPECT_DEATH(mDecoder->onMessageReceived(out),
+                 RV_PREFIX "519 CHECK\\(msg->findInt32\\(\"flags\", &flags\\)\\) failed\\.");
+    EXPECT_DEATH(mDecoder->onMessageReceived(notify(4)),
+                 RV_PREFIX "528 CHECK\\(msg->findMessage\\(\"format\", &format\\)\\) failed\\.");
+    EXPECT_DEATH(mDecoder->onMessageReceived(notify(3)),
+                 RV_PREFIX "538 CHECK\\(msg->findInt32\\(\"err\", &err\\)\\) failed\\.");
+}
+
+TEST_F(AudioDecoderDeathTest, UnknownCallbacksAndMessagesAreIgnored) {
+    mDecoder->onMessageReceived(notify(5));
+    mDecoder->onMessageReceived(notify(99));
+    mDecoder->onMessageReceived(new AMessage('what', Peer::reflector(mDecoder.get())));
+    EXPECT_EQ(0u, Peer::queuedBuffers(mDecoder.get()));
+}
+
+TEST_F(AudioDecoderDeathTest, SeekWithoutReplyTokenOrEntriesAborts) {
+    sp<AMessage> seek = new AMessage(AudioDecoder::kWhatSeek, Peer::reflector(mDecoder.get()));
+    seek->setInt64("seekToUs", 0);
+    seek->setInt32("seekMode", 0);
+    EXPECT_DEATH(mDecoder->onMessageReceived(seek),
+                 RV_PREFIX "477 CHECK\\(msg->senderAwaitsResponse\\(&replyID\\)\\) failed\\.");
+
+    EXPECT_DEATH(
+            {
+                sp<AMessage> m = new AMessage(AudioDecoder::kWhatSeek, Peer::reflector(mDecoder.get()));
+                m->setInt32("seekMode", 0);
+                sp<AMessage> response;
+                m->postAndAwaitResponse(&response);
+            },
+            RV_PREFIX "438 CHECK\\(msg->findInt64\\(\"seekToUs\", &seekUs\\)\\) failed\\.");
+    EXPECT_DEATH(
+            {
+                sp<AMessage> m = new AMessage(AudioDecoder::kWhatSeek, Peer::reflector(mDecoder.get()));
+                m->setInt64("seekToUs", 0);
+                sp<AMessage> response;
+                m->postAndAwaitResponse(&response);
+            },
+            RV_PREFIX "439 CHECK\\(msg->findInt32\\(\"seekMode\", \\(int32_t\\*\\)&mode\\)\\) failed\\.");
+}
+
+TEST_F(AudioDecoderDeathTest, FormatOfAnUnselectedTrackAborts) {
+    sp<NuMediaExtractor> extractor = new NuMediaExtractor;
+    ASSERT_EQ(OK, extractor->setDataSource(NULL, fixturePath("flac16.flac").c_str()));
+    sp<AudioDecoder> decoder = new AudioDecoder(extractor);
+    EXPECT_DEATH(decoder->getFormat(),
+                 RV_PREFIX "184 CHECK_EQ\\( err,\\(status_t\\)OK\\) failed: -?[0-9]+ vs\\. 0");
+}
+
+TEST_F(AudioDecoderDeathTest, RawSeekRepositionsAndRepliesOk) {
+    // The raw path seeks on the looper too, and the reply is what read sees.
+    MediaBufferBase *buffer = nullptr;
+    ASSERT_EQ(OK, mDecoder->read(&buffer, nullptr));
+    buffer->release();
+    MediaSource::ReadOptions options;
+    options.setSeekTo(1000000);
+    ASSERT_EQ(OK, mDecoder->read(&buffer, &options));
+    int64_t timeUs = -1;
+    ASSERT_TRUE(buffer->meta_data().findInt64(kKeyTime, &timeUs));
+    EXPECT_NEAR(1000000, timeUs, 100000);
+    buffer->release();
+    // No codec, so nothing clears the seek mark; harmless without callbacks.
+    EXPECT_TRUE(Peer::seeking(mDecoder.get()));
+    EXPECT_FALSE(Peer::inputEOS(mDecoder.get()));
+}
+
+}  // namespace
+}  // namespace android
