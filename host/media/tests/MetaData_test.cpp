@@ -41,7 +41,6 @@ TEST(MetaDataTest, OverwriteReplacesValueAndType) {
     EXPECT_EQ(1LL << 40, i64);
     EXPECT_TRUE(meta.setCString(kKeyTime, "now"));
     EXPECT_FALSE(meta.findInt64(kKeyTime, &i64));
-    EXPECT_FALSE(meta.hasData(kKeyDuration));
 }
 
 TEST(MetaDataTest, StringsAndDataAreCopied) {
