@@ -24,6 +24,7 @@
 #include <fstream>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -102,22 +103,22 @@ private:
     Action mAction;
 };
 
-// Threads named like the queue's, the main thread left out: the test
-// executable's own name truncates to the same fifteen characters.  A thread
-// just joined may linger in /proc for a moment, so only count while running.
-int queueThreadCount() {
-    int n = 0;
+// Ids of the threads named like the queue's.  Others may carry the name too
+// (threads inherit it, and the test executable's own name truncates to the
+// same fifteen characters), so tests compare sets taken before and after.
+std::set<pid_t> queueNamedThreads() {
+    std::set<pid_t> tids;
     DIR* dir = opendir("/proc/self/task");
-    if (dir == nullptr) return -1;
+    if (dir == nullptr) return tids;
     while (dirent* d = readdir(dir)) {
-        if (d->d_name[0] == '.' || atoi(d->d_name) == getpid()) continue;
+        if (d->d_name[0] == '.') continue;
         std::ifstream comm(std::string("/proc/self/task/") + d->d_name + "/comm");
         std::string name;
         std::getline(comm, name);
-        n += name == "TimedEventQueue";
+        if (name == "TimedEventQueue") tids.insert(pid_t(atoi(d->d_name)));
     }
     closedir(dir);
-    return n;
+    return tids;
 }
 
 // ---------------------------------------------------------------------------
@@ -323,6 +324,31 @@ TEST(TimedEventQueueCancelTest, CancellingTheHeadWhileTheThreadWaitsForIt) {
     EXPECT_EQ(capture.count(kTag, "was not found in the queue"), 1);
 }
 
+// Without a wake-up on cancellation the thread would sit out its 10 s wait
+// and then find the next item less than 10 s away; the second warning, with a
+// delay above 13 s, shows it re-read the queue at once.
+TEST(TimedEventQueueCancelTest, CancellingTheHeadMakesTheThreadReadTheNextItem) {
+    LogCapture capture;
+    TimedEventQueue queue;
+    FireLog log;
+    queue.start();
+    sp<TestEvent> a = new TestEvent(&log, 1), b = new TestEvent(&log, 2);
+    const int64_t base = ALooper::GetNowUs();
+    const auto idA = queue.postTimedEvent(a, base + 12000000);
+    const auto idB = queue.postTimedEvent(b, base + 14000000);
+    ASSERT_TRUE(capture.waitFor(kTag, "delay_us exceeds max timeout: 1", 10s));
+    ASSERT_EQ(capture.count(kTag, "delay_us exceeds max timeout: 13"), 0);
+    EXPECT_TRUE(queue.cancelEvent(idA));
+    ASSERT_TRUE(capture.waitFor(kTag, "delay_us exceeds max timeout: 13", 20s));
+
+    EXPECT_TRUE(queue.cancelEvent(idB));
+    ASSERT_TRUE(capture.waitFor(
+            kTag, "Event " + std::to_string(idB) + " was not found in the queue", 10s));
+    queue.stop(false);
+    EXPECT_EQ(capture.count(kTag, "was not found in the queue"), 1);
+    EXPECT_EQ(log.size(), 0u);
+}
+
 TEST(TimedEventQueueCancelTest, ANewHeadWakesTheWaitingThread) {
     LogCapture capture;
     TimedEventQueue queue;
@@ -368,6 +394,7 @@ TEST(TimedEventQueueThreadTest, StartTwiceRunsOneNamedForegroundThread) {
     TimedEventQueue queue;
     queue.stop(false);  // never started: nothing to do
     FireLog log;
+    const std::set<pid_t> before = queueNamedThreads();
     char name[17] = {};
     int nice = 0;
     pid_t tid = 0;
@@ -379,7 +406,11 @@ TEST(TimedEventQueueThreadTest, StartTwiceRunsOneNamedForegroundThread) {
         tid = gettid();
     }));
     ASSERT_TRUE(log.waitForCount(1));
-    EXPECT_EQ(queueThreadCount(), 1);
+    std::set<pid_t> started;
+    for (pid_t t : queueNamedThreads()) {
+        if (!before.count(t)) started.insert(t);
+    }
+    EXPECT_EQ(started, std::set<pid_t>{tid});
     EXPECT_STREQ(name, "TimedEventQueue");
     EXPECT_NE(tid, gettid());
 
