@@ -105,6 +105,7 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
     ASSERT_EQ(OK, track->start());
     ASSERT_TRUE(played.wait());
     track->stop();
+    stats = hostAudioGetStats(track);
     track.clear();  // closes the device, which closes its file
     unsetenv("SDL_AUDIODRIVER");
     unsetenv("SDL_DISKAUDIOFILE");
@@ -123,23 +124,45 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
     // carry the tone at full level.  Counting windows rather than measuring
     // from first to last keeps a scheduling gap from passing for length.
     const size_t kWindow = kDeviceRate / 1000;
+    std::vector<bool> inTone(out.size(), false);
     int toneWindows = 0;
     double peak = 0;
     for (size_t w = 0; w + kWindow <= out.size(); w += kWindow) {
         int maxAbs = 0;
         for (size_t i = w; i < w + kWindow; ++i) maxAbs = std::max(maxAbs, abs((int)out[i]));
-        if (maxAbs > kAmplitude / 2) ++toneWindows;
+        if (maxAbs > kAmplitude / 2) {
+            ++toneWindows;
+            std::fill(inTone.begin() + w, inTone.begin() + w + kWindow, true);
+        }
         peak = std::max(peak, (double)maxAbs);
     }
     EXPECT_NEAR(500, toneWindows, 3) << "half a second of tone";
     EXPECT_NEAR(kAmplitude, peak, kAmplitude * 0.03);
 
-    // Frequency: rising zero crossings over the tone's duration.
+    // Frequency: the mean distance between interpolated rising zero
+    // crossings of the tone at full level (the filter's ringing after the
+    // tone crosses zero too, but gently), skipping any gap.
+    const double expectedPeriod = kDeviceRate / kToneHz;
+    const double fullSlope = kAmplitude * sin(2 * M_PI / expectedPeriod);
+    double lastCrossing = -1, sum = 0;
     int crossings = 0;
     for (size_t i = 1; i < out.size(); ++i) {
-        if (out[i - 1] < 0 && out[i] >= 0) ++crossings;
+        if (!(inTone[i] && inTone[i - 1] && out[i - 1] < 0 && out[i] >= 0)) continue;
+        if (out[i] - out[i - 1] < fullSlope / 2) continue;
+        double at = i - 1 + (double)-out[i - 1] / (out[i] - out[i - 1]);
+        if (lastCrossing >= 0 && at - lastCrossing < 1.5 * expectedPeriod) {
+            sum += at - lastCrossing;
+            ++crossings;
+        }
+        lastCrossing = at;
     }
-    EXPECT_NEAR(kToneHz, crossings / (toneWindows / 1000.0), kToneHz * 0.01);
+    ASSERT_GT(crossings, 400);
+    double measuredHz = kDeviceRate / (sum / crossings);
+    EXPECT_NEAR(kToneHz, measuredHz, kToneHz * 0.002);
+    RecordProperty("tone_ms", toneWindows);
+    RecordProperty("rising_crossings", crossings);
+    RecordProperty("measured_mhz", (int)lrint(measuredHz * 1000));
+    RecordProperty("underrun_frames", (int)stats.underrunFrames);
 }
 
 }  // namespace
