@@ -252,7 +252,9 @@ status_t AudioDecoder::readRAW(MediaBufferBase **buffer) {
     MediaBufferBase *mediaBuffer = MediaBufferBase::Create(readBuffer->size());
     mediaBuffer->meta_data().clear();
     mediaBuffer->meta_data().setInt64(kKeyTime, timeUs);
-    memcpy(mediaBuffer->data(), readBuffer->data(), readBuffer->size());
+    if (readBuffer->size() > 0) {
+        memcpy(mediaBuffer->data(), readBuffer->data(), readBuffer->size());
+    }
     mediaBuffer->set_range(0, readBuffer->size());
 
     *buffer = mediaBuffer;
@@ -472,7 +474,10 @@ status_t AudioDecoder::handleAnOutputBuffer(size_t index, size_t /* offset */, s
     // Copied out so the codec gets its buffer back at once.
     MediaBufferBase *mediaBuffer = new MediaBuffer(size);
     mediaBuffer->meta_data().setInt64(kKeyTime, timeUs);
-    memcpy(mediaBuffer->data(), codecBuffer->data(), size);
+    if (size > 0) {
+        // The final buffer may be empty, and an empty MediaBuffer has no memory.
+        memcpy(mediaBuffer->data(), codecBuffer->data(), size);
+    }
 
     err = mCodec->releaseOutputBuffer(index);
     mediaBuffer->set_range(0, size);
