@@ -273,6 +273,26 @@ TEST(AudioResamplerValues, MeansTruncateTowardZero) {
     }
 }
 
+// Each product is rounded to float before the sum: for these pairs the sum of
+// the rounded products is an integer while the exact value (and a fused
+// multiply-add, or double arithmetic) lies just above it and truncates one
+// step closer to zero.
+TEST(AudioResamplerValues, ProductsAreRoundedBeforeTheyAreAdded) {
+    struct Case {
+        float step;
+        int16_t a, b, expected;
+    };
+    for (const Case& c : {Case{0.1f, -6786, 20194, -4088}, Case{0.3f, -25670, 32610, -8186},
+                          Case{0.7f, -32765, 14665, 436}}) {
+        SignalProvider p({c.a, c.b, 0, 0}, 1, {4}, SignalProvider::Order::kForward);
+        AudioResamplerOrder1 r(16, 1);
+        int16_t out = 0;
+        r.resample(&out, 1, &p, c.step);
+        ASSERT_EQ(1u, r.getOutputFrames());
+        EXPECT_EQ(c.expected, out) << c.a << " and " << c.b << " at " << c.step;
+    }
+}
+
 TEST_P(AudioResamplerChannels, ZeroStepIsSilenceAndDoesNotMove) {
     const int channels = GetParam();
     const auto signal = noise(400, channels, 3);
