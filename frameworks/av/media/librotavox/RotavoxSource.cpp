@@ -20,6 +20,19 @@ namespace android {
 
 static const char* kCacheParamsProperty = "media.rotavox.cache-params";
 
+static std::atomic<int64_t> sDataWaits(0);
+static std::atomic<int64_t> sDecodedFrames(0);
+
+// static
+int64_t RotavoxSource::totalDataWaits() {
+    return sDataWaits.load(std::memory_order_relaxed);
+}
+
+// static
+int64_t RotavoxSource::totalDecodedFrames() {
+    return sDecodedFrames.load(std::memory_order_relaxed);
+}
+
 static int64_t absDiff(int64_t a, int64_t b) {
     return a > b ? a - b : b - a;
 }
@@ -758,6 +771,11 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                 } else {
                     if (mInputBuffer->range_length() >= 1) {
                         int64_t timeUs = -1;
+                        const size_t frameBytes = (size_t)mChannelCount * mCache->mSampleSize;
+                        if (frameBytes > 0) {
+                            sDecodedFrames.fetch_add(mInputBuffer->range_length() / frameBytes,
+                                                     kRelaxed);
+                        }
                         mCache->append(mInputBuffer, timeUs);
                         mCacheStartTimeUs = mCache->getCacheStartTimeUs();
                         mCacheEndTimeUs = mCache->getCacheEndTimeUs();
@@ -862,6 +880,7 @@ status_t RotavoxSource::getNextBuffer(AudioBufferProvider::Buffer* out) {
             out->frameCount = 0;
             return finalStatus;
         }
+        sDataWaits.fetch_add(1, kRelaxed);
         mCondition.waitRelative(mLock, kDataWaitNs);
         mCache->read(&mOutputBuffer, mForward.load(kRelaxed));
     }

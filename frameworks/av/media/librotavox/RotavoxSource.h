@@ -119,6 +119,11 @@ public:
     void onMessageReceived(const sp<AMessage>& msg);
     status_t updateCacheIfNecessary_l(int64_t positionUs);
 
+    // Process-wide figures for tools and benchmarks: how often a reader
+    // waited 50 ms for data, and how many frames were decoded into caches.
+    static int64_t totalDataWaits();
+    static int64_t totalDecodedFrames();
+
     // Read-only views for tests and diagnostics.
     int64_t getCacheLowWaterUs() const { return mCacheLowWaterUs; }
     int64_t getCacheHighWaterUs() const { return mCacheHighWaterUs; }

@@ -1,3 +1,4 @@
+// Linked into every test executable (a TSan build reads it at start-up).
 // Debian's libutils is not built with ThreadSanitizer, so the acquire/release
 // pair inside RefBase's reference counting is invisible to it: an object
 // destroyed by the thread that drops the last reference looks as if it raced

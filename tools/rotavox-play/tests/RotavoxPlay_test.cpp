@@ -1,0 +1,181 @@
+// The renderer as a user runs it: the binary, its WAV, its JSON and its
+// messages.
+
+#include <gtest/gtest.h>
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string fixture(const char* name) {
+    return std::string(getenv("ROTAVOX_FIXTURES")) + "/" + name;
+}
+
+struct PlayRun {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+// Runs rotavox-play with the given arguments (shell-quoted by the caller).
+PlayRun play(const std::string& args) {
+    char dir[] = "/tmp/rotavox-play-run-XXXXXX";
+    mkdtemp(dir);
+    std::string errPath = std::string(dir) + "/stderr";
+    // A runaway render must not fill the disk: at most 64 MiB a file.
+    std::string cmd = "ulimit -f 131072; " + std::string(getenv("ROTAVOX_PLAY")) + " " + args +
+                      " 2>" + errPath;
+    PlayRun run;
+    FILE* p = popen(cmd.c_str(), "r");
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), p)) > 0) run.out.append(buf, n);
+    int status = pclose(p);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+    std::ifstream e(errPath);
+    run.err.assign((std::istreambuf_iterator<char>(e)), std::istreambuf_iterator<char>());
+    unlink(errPath.c_str());
+    rmdir(dir);
+    return run;
+}
+
+std::vector<int16_t> readPcm(const std::string& path, int* channels, int* rate) {
+    std::ifstream in(path, std::ios::binary);
+    std::vector<char> b((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<int16_t> pcm;
+    if (b.size() < 44) return pcm;
+    *channels = (unsigned char)b[22] | (unsigned char)b[23] << 8;
+    *rate = (int)((unsigned char)b[24] | (unsigned char)b[25] << 8 | (unsigned char)b[26] << 16);
+    pcm.resize((b.size() - 44) / 2);
+    memcpy(pcm.data(), b.data() + 44, pcm.size() * 2);
+    return pcm;
+}
+
+long long jsonInt(const std::string& json, const std::string& key) {
+    size_t at = json.find("\"" + key + "\":");
+    if (at == std::string::npos) return -999999;
+    return atoll(json.c_str() + at + key.size() + 3);
+}
+
+class RotavoxPlayTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char dir[] = "/tmp/rotavox-play-test-XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(dir));
+        mDir = dir;
+    }
+    void TearDown() override { system(("rm -rf " + mDir).c_str()); }
+    std::string mDir;
+};
+
+// Two seconds forward, then back over the last part of it: the ramp fixture
+// makes the output say where the record was at every frame.
+TEST_F(RotavoxPlayTest, ForwardThenRewindRendersTheFileThenItsReversal) {
+    std::string wav = mDir + "/x.wav", png = mDir + "/x.png";
+    PlayRun run = play("--freewheel --out " + wav + " --plot " + png + " --stats --script \"0:forward 1000; 2:rewind 1000; 3.5:stop\" " +
+                   fixture("flac16.flac"));
+    ASSERT_EQ(0, run.exitCode) << run.err;
+    int channels = 0, rate = 0;
+    std::vector<int16_t> pcm = readPcm(wav, &channels, &rate);
+    ASSERT_EQ(2, channels);
+    ASSERT_EQ(44100, rate);
+    const size_t frames = pcm.size() / 2;
+    // 3.5 s of output, to within one period of the sink.
+    EXPECT_NEAR(3.5 * 44100, (double)frames, 512);
+    EXPECT_EQ((long long)frames, jsonInt(run.out, "frames_written"));
+    EXPECT_EQ(44100, jsonInt(run.out, "sample_rate"));
+    EXPECT_EQ(2, jsonInt(run.out, "channels"));
+
+    auto pos = [&](size_t f) { return (int)pcm[2 * f] + 32768; };
+    // The first two seconds: the file from its start, frame after frame.
+    const size_t turn = 2 * 44100;
+    for (size_t f = 0; f + 1 < turn - 512; ++f) {
+        ASSERT_EQ((pos(f) + 1) % 65536, pos(f + 1)) << "frame " << f;
+    }
+    // The last second: backward at normal speed over what was just played.
+    size_t backward = 0;
+    for (size_t f = turn + 4096; f + 1 < frames; ++f) backward += pos(f + 1) == (pos(f) + 65535) % 65536;
+    EXPECT_GT(backward, (frames - turn - 4096) * 9 / 10);
+    // The position went back too: a little before the turn's 2 s.
+    long long finalUs = jsonInt(run.out, "final_position_us");
+    EXPECT_GT(finalUs, 400000);
+    EXPECT_LT(finalUs, 2000000);
+    // The picture was written.
+    std::ifstream p(png, std::ios::binary);
+    char magic[8] = {};
+    p.read(magic, 8);
+    EXPECT_EQ(0, memcmp(magic, "\x89PNG\r\n\x1a\n", 8));
+}
+
+TEST_F(RotavoxPlayTest, FreewheelRendersAreRepeatable) {
+    std::string a = mDir + "/a.wav", b = mDir + "/b.wav";
+    const std::string script = "\"0:forward 1000; 0.5:rate 1700; 1:rewind 800; 1.6:seek 500; 1.6:forward 1300; 2.4:stop\"";
+    ASSERT_EQ(0, play("--freewheel --out " + a + " --script " + script + " " + fixture("mp3.mp3")).exitCode);
+    ASSERT_EQ(0, play("--freewheel --out " + b + " --script " + script + " " + fixture("mp3.mp3")).exitCode);
+    int c, r;
+    std::vector<int16_t> pa = readPcm(a, &c, &r), pb = readPcm(b, &c, &r);
+    ASSERT_FALSE(pa.empty());
+    EXPECT_EQ(pa.size(), pb.size());
+    size_t same = 0, n = std::min(pa.size(), pb.size());
+    for (size_t i = 0; i < n; ++i) same += pa[i] == pb[i];
+    EXPECT_EQ(n, same);
+}
+
+TEST_F(RotavoxPlayTest, WithoutAScriptItPlaysToTheEnd) {
+    std::string wav = mDir + "/all.wav";
+    PlayRun run = play("--freewheel --out " + wav + " --stats " + fixture("wav16mono.wav"));
+    ASSERT_EQ(0, run.exitCode) << run.err;
+    int channels = 0, rate = 0;
+    std::vector<int16_t> pcm = readPcm(wav, &channels, &rate);
+    EXPECT_EQ(1, channels);
+    EXPECT_EQ(22050, rate);
+    // The whole 3 s file (less the last raw sample, which the decoder's raw
+    // path drops), then the source's last buffer over again for the half
+    // second it takes to tell that the position stands still.
+    EXPECT_GE((double)pcm.size(), 3 * 22050 - 4096);
+    EXPECT_LE((double)pcm.size(), 4 * 22050);
+    for (size_t f = 1; f < 2 * 22050; ++f) {
+        ASSERT_EQ((pcm[f - 1] + 32768 + 1) % 65536, pcm[f] + 32768) << "frame " << f;
+    }
+    EXPECT_GT(jsonInt(run.out, "final_position_us"), 2500000);
+}
+
+TEST_F(RotavoxPlayTest, DurationEndsTheRun) {
+    std::string wav = mDir + "/d.wav";
+    PlayRun run = play("--freewheel --duration 1.5 --out " + wav + " --stats " + fixture("vorbis.ogg"));
+    ASSERT_EQ(0, run.exitCode) << run.err;
+    EXPECT_NEAR(1.5 * 44100, (double)jsonInt(run.out, "frames_written"), 512);
+}
+
+TEST_F(RotavoxPlayTest, BadInputGivesOneClearMessage) {
+    struct Case {
+        std::string args;
+        const char* says;
+    } cases[] = {
+            {"", "no FILE given"},
+            {"--bogus " + fixture("wav16.wav"), "unknown option --bogus"},
+            {"--script \"1:jump\" " + fixture("wav16.wav"), "unknown operation"},
+            {"--duration -3 " + fixture("wav16.wav"), "--duration"},
+            {"--cache-params 1/2 " + fixture("wav16.wav"), "--cache-params"},
+            {mDir + "/missing.flac", "cannot open"},
+            {fixture("bad-text.mp3"), "not a playable media file"},
+            {fixture("six.flac"), "6 channels"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.args);
+        PlayRun run = play("--freewheel " + c.args);
+        EXPECT_NE(0, run.exitCode);
+        EXPECT_NE(std::string::npos, run.err.find(c.says)) << run.err;
+        EXPECT_EQ(std::string::npos, run.err.find("CHECK")) << run.err;
+    }
+}
+
+}  // namespace
