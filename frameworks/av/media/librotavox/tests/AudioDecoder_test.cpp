@@ -19,6 +19,7 @@
 #include <LogCapture.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <thread>
@@ -733,6 +734,13 @@ TEST(AudioDecoderRawTest, LargeSamplesAreReadWholeAndTheLastIsDropped) {
     char dir[] = "/tmp/rotavox-decoder-XXXXXX";
     ASSERT_NE(nullptr, mkdtemp(dir));
     const std::string path = std::string(dir) + "/bigblocks.mkv";
+    struct Cleanup {
+        std::string dir, path;
+        ~Cleanup() {
+            unlink(path.c_str());
+            rmdir(dir.c_str());
+        }
+    } cleanup{dir, path};
     const std::string cmd =
             "ffmpeg -nostdin -hide_banner -loglevel error -y -f lavfi -i "
             "\"aevalsrc=exprs='mod(n,65536)/32768-1|(65535-mod(n,65536))/32768-1':s=44100:d=2\" "
@@ -772,8 +780,6 @@ TEST(AudioDecoderRawTest, LargeSamplesAreReadWholeAndTheLastIsDropped) {
     options.setSeekTo(0);
     Decoded again = drain(decoder, 100, &options);
     EXPECT_TRUE(again.pcm == d.pcm);
-    unlink(path.c_str());
-    rmdir(dir);
 }
 
 // ---------------------------------------------------------------------------
