@@ -17,11 +17,15 @@
 #include <system/audio.h>
 
 #include <LogCapture.h>
+#include <dirent.h>
+#include <utils/ThreadDefs.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "AudioDecoder.h"
@@ -175,6 +179,7 @@ INSTANTIATE_TEST_SUITE_P(
                           FixtureCase{"wav8.wav", true, true, AUDIO_FORMAT_PCM_8_BIT},
                           FixtureCase{"wav24.wav", true, true, AUDIO_FORMAT_PCM_24_BIT_PACKED},
                           FixtureCase{"wav32.wav", true, true, AUDIO_FORMAT_PCM_32_BIT},
+                          FixtureCase{"wavfloat.wav", true, true, AUDIO_FORMAT_PCM_32_BIT},
                           FixtureCase{"aiff16.aiff", true, true, AUDIO_FORMAT_PCM_16_BIT},
                           FixtureCase{"aiff24.aiff", true, true, AUDIO_FORMAT_PCM_24_BIT_PACKED},
                           FixtureCase{"mp3.mp3", false, false, AUDIO_FORMAT_PCM_16_BIT},
@@ -328,6 +333,46 @@ TEST(AudioDecoderSetupTest, LoopersAndStates) {
     EXPECT_EQ(OK, coded->start(nullptr));
     // stop and start again: decoding starts afresh and still works.
     EXPECT_EQ(OK, coded->stop());
+}
+
+// Nice value of each live thread of this process whose name starts with
+// |prefix| (the kernel keeps 15 characters of a thread name).
+std::vector<int> niceOfThreads(const std::string &prefix) {
+    std::vector<int> nices;
+    DIR *dir = opendir("/proc/self/task");
+    if (dir == nullptr) return nices;
+    while (struct dirent *e = readdir(dir)) {
+        if (e->d_name[0] == '.') continue;
+        const std::string base = std::string("/proc/self/task/") + e->d_name;
+        std::ifstream comm(base + "/comm");
+        std::string name;
+        std::getline(comm, name);
+        if (name.compare(0, prefix.size(), prefix) != 0) continue;
+        std::ifstream statFile(base + "/stat");
+        std::string stat((std::istreambuf_iterator<char>(statFile)), {});
+        // Fields after the parenthesised name: state is field 3, nice 19.
+        std::istringstream rest(stat.substr(stat.rfind(')') + 2));
+        std::string field;
+        for (int i = 3; i <= 19 && rest >> field; ++i) {
+            if (i == 19) nices.push_back(std::stoi(field));
+        }
+    }
+    closedir(dir);
+    return nices;
+}
+
+TEST(AudioDecoderSetupTest, BothLoopersRunAtAudioPriority) {
+    if (geteuid() != 0) GTEST_SKIP() << "raising a thread's priority needs privileges";
+    sp<AudioDecoder> decoder = openDecoder("mp3.mp3");
+    ASSERT_EQ(OK, decoder->start(nullptr));
+    syncLooper(Peer::looper(decoder.get()));
+    syncLooper(Peer::codecLooper(decoder.get()));
+    const std::vector<int> own = niceOfThreads("RotavoxAudioDec");
+    const std::vector<int> codec = niceOfThreads("RotavoxDecoder-");
+    ASSERT_EQ(1u, own.size());
+    ASSERT_EQ(1u, codec.size());
+    EXPECT_EQ(ANDROID_PRIORITY_AUDIO, own[0]);
+    EXPECT_EQ(ANDROID_PRIORITY_AUDIO, codec[0]);
 }
 
 TEST(AudioDecoderSetupTest, TrackNotFoundGivesNoInit) {
