@@ -101,7 +101,10 @@ void Renderer::onPeriod(const HostAudioPeriod& period) {
     }
     mPositions.push_back({mDeliveredFrames, positionUs});
     mCond.notify_all();
-    mCond.wait(l, [&] { return mEnded || mDeliveredFrames < mHoldAtFrames; });
+    // Once the end is seen the output holds until the run reacts to it: a
+    // freewheeling sink would otherwise go on writing the last buffer for as
+    // long as the scheduler keeps the main thread away.
+    mCond.wait(l, [&] { return mEnded || (!mEndOfData && mDeliveredFrames < mHoldAtFrames); });
 }
 
 void Renderer::apply(const TransportOp& op, RenderResult* result) {

@@ -1,6 +1,7 @@
 // Tests of the PCM cache that lets the scratch source play in both directions.
 
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <random>
 #include <string>
@@ -399,7 +400,7 @@ TEST_F(MediaBufferCacheMemoryTest, ForwardRecyclesTheOldestBufferOfTheStretch) {
     // The reader's buffer is never taken: with the reader at the front a new
     // buffer is allocated instead.
     in().setReadPosUs(0);
-    mCache->setNextReadPosUs(bigTime(1));
+    mCache->setNextReadPosUs(bigTime(1) + 200000);  // grid target inside the front buffer
     EXPECT_EQ(0, in().readIndex());
     append(bigTime(60), kBigFrames);
     EXPECT_EQ(60u, in().activeCount());
@@ -430,13 +431,22 @@ TEST_F(MediaBufferCacheMemoryTest, BackwardRecyclesTheNewestBuffer) {
 TEST_F(MediaBufferCacheTest, RandomOperationsKeepInvariants) {
     const unsigned seed = std::random_device()();
     SCOPED_TRACE(::testing::Message() << "seed " << seed);
-    std::mt19937 rng(seed);
+    // Printed up front as well: a broken invariant may also abort.
+    fprintf(stderr, "random operations seed %u\n", seed);
+    const char* forced = getenv("ROTAVOX_TEST_SEED");
+    std::mt19937 rng(forced != NULL ? (unsigned)strtoul(forced, NULL, 10) : seed);
     auto pick = [&](int n) { return (int)(rng() % n); };
 
+    int64_t refillNext = -1;  // next time of the refill run in progress
     for (int step = 0; step < 4000; ++step) {
         const std::vector<int64_t> times = in().times();
         const int op = pick(12);
         std::string what;
+        // A trim from the start can take the whole stretch and leave a refill
+        // prefix behind; the cache then aborts on any append by design (the
+        // source never trims that way).
+        const bool appendAborts = !times.empty() && in().continuousIndex() < 0;
+        if (appendAborts && op <= 4) continue;
         switch (op) {
             case 0: case 1: case 2: {  // decoder runs on at the tail
                 const int64_t end = times.empty() ? pick(200) * kBufferUs : times.back();
@@ -444,7 +454,7 @@ TEST_F(MediaBufferCacheTest, RandomOperationsKeepInvariants) {
                 what = "append later";
                 break;
             }
-            case 3: {  // earlier buffer: refill or a stale chain
+            case 3: {  // a backward refill: one ascending run at a time
                 if (times.empty()) break;
                 const bool backward = !mOwner->isForward();
                 const int64_t readPos = in().readPosUs();
@@ -453,8 +463,17 @@ TEST_F(MediaBufferCacheTest, RandomOperationsKeepInvariants) {
                         readPos % MediaBufferCache::kCacheSeekGridUs != 0) {
                     break;
                 }
-                if (in().continuousIndex() < 0) break;
-                append(std::max<int64_t>(0, times.back() - kBufferUs * (1 + pick(40))));
+                const int cont = in().continuousIndex();
+                if (cont < 0) break;
+                int64_t t;
+                if (cont > 0) {
+                    if (refillNext < 0) break;
+                    t = refillNext;
+                } else {
+                    t = std::max<int64_t>(0, times[cont] - kBufferUs * (1 + pick(40)));
+                }
+                append(t);
+                refillNext = t + kBufferUs;
                 what = "append earlier";
                 break;
             }
@@ -493,6 +512,7 @@ TEST_F(MediaBufferCacheTest, RandomOperationsKeepInvariants) {
                 what = "refresh";
                 break;
         }
+        if (getenv("ROTAVOX_TEST_TRACE")) fprintf(stderr, "step %d op %d\n", step, op);
         const std::string broken = in().checkInvariants();
         ASSERT_EQ("", broken) << "after step " << step << " (" << what << ")";
         if (!mCache->isReadBufferInvalid()) {
@@ -522,12 +542,8 @@ TEST_F(MediaBufferCacheDeathTest, AbortsOnBrokenContracts) {
     // Backward, earlier buffer, no reader and a read position off the grid.
     EXPECT_DEATH(
             {
-                append(1000000);
-                append(1020000);
-                mCache->releaseToEnd(1000000);  // drops the reader's buffers
-                in().setReadPosUs(1010001);
-                append(1500000);
-                mCache->releaseToEnd(1500000);
+                in().setReadPosUs(1500001);
+                append(1000000);  // ends before the read position: no reader
                 mOwner->rewind(0);
                 append(900000);
             },
