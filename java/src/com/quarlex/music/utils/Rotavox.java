@@ -144,6 +144,13 @@ public class Rotavox implements AutoCloseable {
     public void release() {
         mReleaseLock.writeLock().lock();
         try {
+            // The native destructor stops the event queue before it resets,
+            // dropping a preparation that has not run yet; its reset would
+            // then wait for that preparation forever.  A reset first lets a
+            // pending preparation see the cancellation and end.
+            if (mNativeData64 != 0) {
+                nativeReset();
+            }
             nativeFinalize();
         } finally {
             mReleaseLock.writeLock().unlock();

@@ -10,6 +10,7 @@ import org.junit.Test;
 public class RotavoxBindingTest {
     private static final int NOT_INIT = -1;
     private static final int UNKNOWN_ERROR = 0x80000000;
+    private static final int NO_INIT = -19;
 
     static String fixture(String name) {
         return new File(System.getenv("ROTAVOX_FIXTURES"), name).getPath();
@@ -35,7 +36,8 @@ public class RotavoxBindingTest {
     @Test
     public void setupTwiceKeepsOnePlayer() {
         Rotavox r = new Rotavox();
-        assertEquals(0, r.nativeSetPosition(2000));
+        // Unprepared: the seek is refused but the position is remembered.
+        assertEquals(NO_INIT, r.nativeSetPosition(2000));
         // A second setup must not replace the player: the position it
         // remembered survives.
         assertEquals(0, r.nativeSetup());
@@ -74,7 +76,11 @@ public class RotavoxBindingTest {
     public void aMissingFileIsAStatusNotACrash() {
         Rotavox r = new Rotavox();
         assertNotEquals(0, r.setDataSource("/nonexistent/file.flac"));
-        assertNotEquals(0, r.prepare());
+        // Nothing was opened, so preparation has nothing to do and the
+        // player stays without a decoder: transport is refused.
+        assertEquals(0, r.prepare());
+        assertEquals(NO_INIT, r.forward(1000));
+        assertEquals(-1L, r.getPositionUs());
         r.release();
     }
 
