@@ -710,8 +710,11 @@ status_t Rotavox::pause_l() {
 
     if (mAudioTrack != NULL && (mFlags & AUDIO_RUNNING)) {
         mAudioTrack->pause();
-        mSource->pause();
+        // Raised before the source pauses: a callback already inside read()
+        // when the track paused gets OK without a buffer from the paused
+        // source, and must then see the output paused rather than abort.
         mAudioPaused = true;
+        mSource->pause();
         modifyFlags(AUDIO_RUNNING, CLEAR);
     }
 

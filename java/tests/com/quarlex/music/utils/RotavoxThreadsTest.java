@@ -62,7 +62,9 @@ public class RotavoxThreadsTest {
             threads.add(new Thread(() -> {
                 try (Rotavox r = new Rotavox()) {
                     assertEquals(0, r.setDataSource(RotavoxBindingTest.fixture(f)));
-                    assertEquals(0, r.prepareAsync());
+                    // Transport is refused (NO_INIT) until a preparation
+                    // has finished, so prepare synchronously here.
+                    assertEquals(0, r.prepare());
                     for (int i = 0; i < 20; i++) {
                         assertEquals(0, r.forward(500 + 100 * i));
                         Thread.sleep(20);
