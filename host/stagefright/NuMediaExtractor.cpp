@@ -539,9 +539,7 @@ status_t NuMediaExtractor::openDemuxer_l(const sp<DataSource> &source) {
         // container's where the stream has none (Matroska, some Ogg).
         int64_t durationUs = -1;
         if (st->duration != AV_NOPTS_VALUE && st->duration > 0) {
-            int64_t startTs = st->start_time != AV_NOPTS_VALUE ? st->start_time : t.mFirstTs;
-            durationUs = av_rescale_q(st->duration - std::max<int64_t>(0, startTs - t.mFirstTs),
-                                      st->time_base, AVRational{1, 1000000});
+            durationUs = av_rescale_q(st->duration, st->time_base, AVRational{1, 1000000});
         } else if (ctx->duration != AV_NOPTS_VALUE && ctx->duration > 0) {
             durationUs = av_rescale(ctx->duration, 1000000, AV_TIME_BASE);
         }

@@ -1,0 +1,269 @@
+#pragma once
+
+// A small client of MediaCodec in asynchronous mode, fed by a NuMediaExtractor,
+// the way a platform audio decoder drives them: callbacks arrive on the
+// client's own looper, input is read straight into codec input buffers,
+// output is copied out and released at once.
+
+#include <string.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <media/stagefright/MediaCodec.h>
+#include <media/stagefright/MediaErrors.h>
+#include <media/stagefright/NuMediaExtractor.h>
+#include <media/stagefright/foundation/ABuffer.h>
+#include <media/stagefright/foundation/AHandler.h>
+#include <media/stagefright/foundation/ALooper.h>
+#include <media/stagefright/foundation/AMessage.h>
+#include <utils/Condition.h>
+#include <utils/Mutex.h>
+
+#include "MediaCodecBuffer.h"
+
+namespace android {
+namespace testing {
+
+struct CodecClient : public AHandler {
+    enum { kWhatCallback = 'cbck', kWhatSeek = 'seek' };
+
+    struct Output {
+        int64_t timeUs;
+        size_t offset;  // byte offset of this buffer in pcm
+        size_t size;
+    };
+
+    // Component chosen the way the engine does it: by name for APE, ALAC
+    // and DSD, by type otherwise.
+    static AString componentFor(const AString& mime) {
+        if (mime == "audio/x-ape") return "OMX.qcom.audio.decoder.ape";
+        if (mime == "audio/alac") return "OMX.qcom.audio.decoder.alac";
+        if (mime == "audio/dsd") return "OMX.qti.audio.decoder.dsd";
+        return AString();
+    }
+
+    // Opens |path|, selects audio track |audioIndex| (0 = first audio track)
+    // and configures a codec with |pcmEncoding| (< 0: leave it to the codec).
+    status_t open(const std::string& path, int audioIndex = 0, int32_t pcmEncoding = -1) {
+        mExtractor = new NuMediaExtractor;
+        status_t err = mExtractor->setDataSource(NULL, path.c_str());
+        if (err != OK) return err;
+        int seen = 0;
+        for (size_t i = 0; i < mExtractor->countTracks(); ++i) {
+            sp<AMessage> format;
+            if (mExtractor->getTrackFormat(i, &format) != OK) return UNKNOWN_ERROR;
+            AString mime;
+            if (!format->findString("mime", &mime)) return UNKNOWN_ERROR;
+            if (strncasecmp(mime.c_str(), "audio/", 6) == 0 && seen++ == audioIndex) {
+                mTrackFormat = format;
+                err = mExtractor->selectTrack(i);
+                if (err != OK) return err;
+                break;
+            }
+        }
+        if (mTrackFormat == NULL) return NAME_NOT_FOUND;
+        if (pcmEncoding >= 0) mTrackFormat->setInt32("pcm-encoding", pcmEncoding);
+        return createCodec(mTrackFormat);
+    }
+
+    status_t createCodec(const sp<AMessage>& format) {
+        mLooper = new ALooper;
+        mLooper->setName("CodecClient");
+        mLooper->start();
+        mLooper->registerHandler(this);
+        mCodecLooper = new ALooper;
+        mCodecLooper->setName("CodecClient-CL");
+        mCodecLooper->start();
+        AString mime;
+        format->findString("mime", &mime);
+        status_t err = OK;
+        AString component = componentFor(mime);
+        mCodec = component.empty()
+                ? MediaCodec::CreateByType(mCodecLooper, mime, false, &err)
+                : MediaCodec::CreateByComponentName(mCodecLooper, component, &err);
+        if (mCodec == NULL) return err;
+        err = mCodec->configure(format, NULL, NULL, 0);
+        if (err != OK) return err;
+        return mCodec->setCallback(new AMessage(kWhatCallback, this));
+    }
+
+    status_t start() { return mCodec->start(); }
+
+    // Waits until the end-of-stream output arrived; false on time-out.
+    bool waitForEos(std::chrono::seconds timeout = std::chrono::seconds(60)) {
+        Mutex::Autolock autoLock(mLock);
+        const nsecs_t deadline = systemTime() + std::chrono::nanoseconds(timeout).count();
+        while (!mEos) {
+            nsecs_t left = deadline - systemTime();
+            if (left <= 0) return false;
+            mCondition.waitRelative(mLock, left);
+        }
+        return true;
+    }
+
+    // Waits until at least |bytes| of PCM came out (or the end).
+    bool waitForBytes(size_t bytes, std::chrono::seconds timeout = std::chrono::seconds(60)) {
+        Mutex::Autolock autoLock(mLock);
+        const nsecs_t deadline = systemTime() + std::chrono::nanoseconds(timeout).count();
+        while (mPcm.size() < bytes && !mEos) {
+            nsecs_t left = deadline - systemTime();
+            if (left <= 0) return false;
+            mCondition.waitRelative(mLock, left);
+        }
+        return mPcm.size() >= bytes;
+    }
+
+    // On the client's looper, as a decoder does it: reposition the extractor,
+    // flush the codec, forget what came out, start again.
+    status_t seekAndFlush(int64_t timeUs, MediaSource::ReadOptions::SeekMode mode) {
+        sp<AMessage> msg = new AMessage(kWhatSeek, this);
+        msg->setInt64("timeUs", timeUs);
+        msg->setInt32("mode", mode);
+        sp<AMessage> reply;
+        status_t err = msg->postAndAwaitResponse(&reply);
+        if (err != OK) return err;
+        int32_t result = UNKNOWN_ERROR;
+        reply->findInt32("err", &result);
+        return result;
+    }
+
+    void shutdown() {
+        if (mCodec != NULL) {
+            mCodec->release();
+            mCodec.clear();
+        }
+        if (mLooper != NULL) {
+            mLooper->unregisterHandler(id());
+            mLooper->stop();
+        }
+        if (mCodecLooper != NULL) mCodecLooper->stop();
+    }
+
+    std::vector<uint8_t> pcm() const { Mutex::Autolock l(mLock); return mPcm; }
+    std::vector<Output> outputs() const { Mutex::Autolock l(mLock); return mOutputs; }
+    int errors() const { Mutex::Autolock l(mLock); return mErrors; }
+    int formatChanges() const { Mutex::Autolock l(mLock); return mFormatChanges; }
+
+    // Optional: alters a sample before it is queued (index of the sample).
+    std::function<void(size_t, uint8_t*, size_t)> mCorrupt;
+
+    sp<NuMediaExtractor> mExtractor;
+    sp<AMessage> mTrackFormat;
+    sp<MediaCodec> mCodec;
+
+protected:
+    void onMessageReceived(const sp<AMessage>& msg) override {
+        if (msg->what() == kWhatSeek) {
+            int64_t timeUs = 0;
+            int32_t mode = 0;
+            msg->findInt64("timeUs", &timeUs);
+            msg->findInt32("mode", &mode);
+            status_t err = mExtractor->seekTo(timeUs, (MediaSource::ReadOptions::SeekMode)mode);
+            if (err == OK) err = mCodec->flush();
+            if (err == OK) {
+                Mutex::Autolock autoLock(mLock);
+                mPcm.clear();
+                mOutputs.clear();
+                mEos = false;
+                mInputEos = false;
+            }
+            if (err == OK) err = mCodec->start();
+            sp<AReplyToken> token;
+            if (msg->senderAwaitsResponse(&token)) {
+                sp<AMessage> reply = new AMessage;
+                reply->setInt32("err", err);
+                reply->postReply(token);
+            }
+            return;
+        }
+        int32_t cbID = 0;
+        msg->findInt32("callbackID", &cbID);
+        switch (cbID) {
+            case MediaCodec::CB_INPUT_AVAILABLE: {
+                int32_t index = -1;
+                msg->findInt32("index", &index);
+                if (mInputEos) break;
+                sp<MediaCodecBuffer> buffer;
+                if (mCodec->getInputBuffer(index, &buffer) != OK || buffer == NULL) break;
+                sp<ABuffer> wrapper = new ABuffer(buffer->base(), buffer->capacity());
+                status_t err = mExtractor->readSampleData(wrapper);
+                if (err == ERROR_END_OF_STREAM) {
+                    mInputEos = true;
+                    mCodec->queueInputBuffer(index, 0, 0, 0, MediaCodec::BUFFER_FLAG_EOS);
+                    break;
+                }
+                if (err != OK) {
+                    Mutex::Autolock autoLock(mLock);
+                    ++mReadErrors;
+                    mCodec->queueInputBuffer(index, 0, 0, 0, 0);
+                    break;
+                }
+                if (mCorrupt) mCorrupt(mSamples, wrapper->data(), wrapper->size());
+                ++mSamples;
+                int64_t timeUs = 0;
+                mExtractor->getSampleTime(&timeUs);
+                mCodec->queueInputBuffer(index, 0, wrapper->size(), timeUs, 0);
+                mExtractor->advance();
+                break;
+            }
+            case MediaCodec::CB_OUTPUT_AVAILABLE: {
+                int32_t index = -1, flags = 0;
+                size_t offset = 0, size = 0;
+                int64_t timeUs = 0;
+                msg->findInt32("index", &index);
+                msg->findSize("offset", &offset);
+                msg->findSize("size", &size);
+                msg->findInt64("timeUs", &timeUs);
+                msg->findInt32("flags", &flags);
+                sp<MediaCodecBuffer> buffer;
+                if (mCodec->getOutputBuffer(index, &buffer) != OK || buffer == NULL) break;
+                {
+                    Mutex::Autolock autoLock(mLock);
+                    if (size > 0) {
+                        mOutputs.push_back({timeUs, mPcm.size(), size});
+                        mPcm.insert(mPcm.end(), buffer->data(), buffer->data() + size);
+                    }
+                    if (flags & MediaCodec::BUFFER_FLAG_EOS) mEos = true;
+                    mCondition.broadcast();
+                }
+                mCodec->releaseOutputBuffer(index);
+                break;
+            }
+            case MediaCodec::CB_ERROR: {
+                Mutex::Autolock autoLock(mLock);
+                ++mErrors;
+                break;
+            }
+            case MediaCodec::CB_OUTPUT_FORMAT_CHANGED: {
+                Mutex::Autolock autoLock(mLock);
+                ++mFormatChanges;
+                break;
+            }
+            default:
+                break;
+        }
+    }
+
+private:
+    sp<ALooper> mLooper;
+    sp<ALooper> mCodecLooper;
+    // Touched on the client's looper only.
+    bool mInputEos = false;
+    size_t mSamples = 0;
+    // Guards the collected output and counters shared with the test thread.
+    mutable Mutex mLock;
+    Condition mCondition;
+    std::vector<uint8_t> mPcm;
+    std::vector<Output> mOutputs;
+    bool mEos = false;
+    int mErrors = 0;
+    int mReadErrors = 0;
+    int mFormatChanges = 0;
+};
+
+}  // namespace testing
+}  // namespace android

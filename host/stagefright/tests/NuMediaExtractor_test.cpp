@@ -1,0 +1,514 @@
+// NuMediaExtractor on FFmpeg: track formats of every fixture, raw PCM against
+// the ffmpeg tool's decode, seek modes checked with samples that tell their
+// own position, descriptors with offset and length, data sources, bad files.
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <media/DataSource.h>
+#include <media/stagefright/FileSource.h>
+#include <media/stagefright/MediaErrors.h>
+#include <media/stagefright/MetaData.h>
+#include <media/stagefright/NuMediaExtractor.h>
+#include <media/stagefright/Utils.h>
+#include <media/stagefright/foundation/ABuffer.h>
+#include <media/stagefright/foundation/AMessage.h>
+
+#include "Fixtures.h"
+#include "LogCapture.h"
+
+namespace android {
+namespace {
+
+using testing::fixtureExists;
+using testing::fixturePath;
+using testing::referenceDecode;
+using SeekMode = MediaSource::ReadOptions::SeekMode;
+
+class ExtractorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!fixtureExists("wav16.wav")) GTEST_SKIP() << "fixtures missing: build target 'fixtures'";
+    }
+
+    static sp<NuMediaExtractor> open(const std::string& name, status_t* err = nullptr) {
+        sp<NuMediaExtractor> ex = new NuMediaExtractor;
+        status_t e = ex->setDataSource(NULL, fixturePath(name).c_str());
+        if (err != nullptr) *err = e;
+        return e == OK ? ex : nullptr;
+    }
+
+    // Every sample of the selected tracks, concatenated.
+    static std::vector<uint8_t> readAll(const sp<NuMediaExtractor>& ex,
+                                        std::vector<int64_t>* times = nullptr) {
+        std::vector<uint8_t> out;
+        sp<ABuffer> buffer = new ABuffer(1 << 20);
+        while (ex->readSampleData(buffer) == OK) {
+            int64_t t = -1;
+            EXPECT_EQ(OK, ex->getSampleTime(&t));
+            if (times != nullptr) times->push_back(t);
+            out.insert(out.end(), buffer->data(), buffer->data() + buffer->size());
+            if (ex->advance() != OK) break;
+        }
+        return out;
+    }
+};
+
+// ---- Track formats. ----
+
+struct FormatCase {
+    const char* file;
+    size_t track;
+    const char* mime;
+    int32_t rate;
+    int32_t channels;
+    int64_t durationUs;
+    int64_t toleranceUs;  // one codec frame, and the encoder delay for MP3
+    int32_t bits;         // 0: the container does not know
+};
+
+class FormatTest : public ExtractorTest, public ::testing::WithParamInterface<FormatCase> {};
+
+TEST_P(FormatTest, ReportsTheTrack) {
+    const FormatCase& c = GetParam();
+    status_t err;
+    sp<NuMediaExtractor> ex = open(c.file, &err);
+    ASSERT_EQ(OK, err);
+    ASSERT_GT(ex->countTracks(), c.track);
+    for (size_t i = 0; i < ex->countTracks(); ++i) {
+        sp<AMessage> f;
+        ASSERT_EQ(OK, ex->getTrackFormat(i, &f));
+        AString m;
+        EXPECT_TRUE(f->findString("mime", &m)) << "track " << i << " without mime";
+    }
+    sp<AMessage> format;
+    ASSERT_EQ(OK, ex->getTrackFormat(c.track, &format));
+    AString mime;
+    int32_t rate = 0, channels = 0, bits = 0, maxInputSize = 0;
+    int64_t durationUs = -1;
+    ASSERT_TRUE(format->findString("mime", &mime));
+    EXPECT_STREQ(c.mime, mime.c_str());
+    EXPECT_TRUE(format->findInt32("sample-rate", &rate));
+    EXPECT_EQ(c.rate, rate);
+    EXPECT_TRUE(format->findInt32("channel-count", &channels));
+    EXPECT_EQ(c.channels, channels);
+    EXPECT_TRUE(format->findInt64("durationUs", &durationUs));
+    EXPECT_NEAR(c.durationUs, durationUs, c.toleranceUs);
+    EXPECT_TRUE(format->findInt32("max-input-size", &maxInputSize));
+    if (c.bits > 0) {
+        EXPECT_TRUE(format->findInt32("bits-per-sample", &bits));
+        EXPECT_EQ(c.bits, bits);
+    }
+
+    // The first sample of the track is at time 0.
+    ASSERT_EQ(OK, ex->selectTrack(c.track));
+    int64_t firstUs = -1;
+    size_t index = 99;
+    ASSERT_EQ(OK, ex->getSampleTrackIndex(&index));
+    EXPECT_EQ(c.track, index);
+    ASSERT_EQ(OK, ex->getSampleTime(&firstUs));
+    EXPECT_EQ(0, firstUs);
+    // Every sample fits the announced maximum input size.
+    sp<ABuffer> buffer = new ABuffer(maxInputSize);
+    status_t readErr;
+    int64_t lastUs = -1;
+    while ((readErr = ex->readSampleData(buffer)) == OK) {
+        int64_t t;
+        ASSERT_EQ(OK, ex->getSampleTime(&t));
+        EXPECT_GE(t, lastUs);
+        lastUs = t;
+        ex->advance();
+    }
+    EXPECT_EQ(ERROR_END_OF_STREAM, readErr);
+    // Times count from the first sample, priming included.
+    EXPECT_LE(lastUs, durationUs + c.toleranceUs);
+}
+
+constexpr int64_t k3s = 3000000;
+INSTANTIATE_TEST_SUITE_P(
+        Fixtures, FormatTest,
+        ::testing::Values(
+                FormatCase{"wav16.wav", 0, "audio/raw", 44100, 2, k3s, 100, 16},
+                FormatCase{"wav8.wav", 0, "audio/raw", 44100, 2, k3s, 100, 8},
+                FormatCase{"wav24.wav", 0, "audio/raw", 44100, 2, k3s, 100, 24},
+                FormatCase{"wav32.wav", 0, "audio/raw", 44100, 2, k3s, 100, 32},
+                FormatCase{"wavfloat.wav", 0, "audio/raw", 44100, 2, k3s, 100, 32},
+                FormatCase{"wav16mono.wav", 0, "audio/raw", 22050, 1, k3s, 100, 16},
+                FormatCase{"aiff16.aiff", 0, "audio/raw", 44100, 2, k3s, 100, 16},
+                FormatCase{"aiff24.aiff", 0, "audio/raw", 48000, 2, k3s, 100, 24},
+                FormatCase{"flac16.flac", 0, "audio/flac", 44100, 2, k3s, 104490, 16},
+                FormatCase{"flac24.flac", 0, "audio/flac", 96000, 2, k3s, 48000, 24},
+                FormatCase{"flacmono.flac", 0, "audio/flac", 44100, 1, k3s, 104490, 16},
+                FormatCase{"six.flac", 0, "audio/flac", 44100, 6, k3s, 104490, 16},
+                FormatCase{"alac.m4a", 0, "audio/alac", 44100, 2, k3s, 92880, 16},
+                FormatCase{"mp3.mp3", 0, "audio/mpeg", 44100, 2, k3s, 52244, 0},
+                FormatCase{"mp3mono.mp3", 0, "audio/mpeg", 22050, 1, k3s, 78367, 0},
+                FormatCase{"aac.m4a", 0, "audio/mp4a-latm", 44100, 2, k3s, 23220, 0},
+                FormatCase{"vorbis.ogg", 0, "audio/vorbis", 44100, 2, k3s, 46440, 0},
+                FormatCase{"opus.opus", 0, "audio/opus", 48000, 2, k3s, 20000, 0},
+                FormatCase{"wma.wma", 0, "audio/x-ms-wma", 44100, 2, k3s, 46440, 0},
+                FormatCase{"twotracks.mkv", 0, "audio/flac", 44100, 2, k3s, 104490, 16},
+                FormatCase{"twotracks.mkv", 1, "audio/flac", 44100, 2, k3s, 104490, 16},
+                FormatCase{"video.mp4", 1, "audio/mp4a-latm", 44100, 2, k3s, 23220, 0},
+                FormatCase{"dsd.dsf", 0, "audio/dsd", 352800, 2, 1000000, 11610, 0}),
+        [](const ::testing::TestParamInfo<FormatCase>& info) {
+            std::string n = info.param.file;
+            for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
+            return n + "_" + std::to_string(info.param.track);
+        });
+
+TEST_F(ExtractorTest, VideoTrackHasAVideoMime) {
+    sp<NuMediaExtractor> ex = open("video.mp4");
+    ASSERT_NE(nullptr, ex.get());
+    ASSERT_EQ(2u, ex->countTracks());
+    sp<AMessage> format;
+    ASSERT_EQ(OK, ex->getTrackFormat(0, &format));
+    AString mime;
+    ASSERT_TRUE(format->findString("mime", &mime));
+    EXPECT_STREQ("video/mp4v-es", mime.c_str());
+    EXPECT_EQ(-ERANGE, ex->getTrackFormat(2, &format));
+    EXPECT_EQ(-ERANGE, ex->selectTrack(2));
+}
+
+TEST_F(ExtractorTest, FormatConvertsToMetaData) {
+    sp<NuMediaExtractor> ex = open("wav24.wav");
+    ASSERT_NE(nullptr, ex.get());
+    sp<AMessage> format;
+    ASSERT_EQ(OK, ex->getTrackFormat(0, &format));
+    sp<MetaData> meta = new MetaData;
+    convertMessageToMetaData(format, meta);
+    const char* mime = nullptr;
+    int32_t rate = 0, channels = 0, bits = 0, maxInput = 0;
+    int64_t durationUs = 0;
+    ASSERT_TRUE(meta->findCString(kKeyMIMEType, &mime));
+    EXPECT_STREQ("audio/raw", mime);
+    EXPECT_TRUE(meta->findInt32(kKeySampleRate, &rate));
+    EXPECT_EQ(44100, rate);
+    EXPECT_TRUE(meta->findInt32(kKeyChannelCount, &channels));
+    EXPECT_EQ(2, channels);
+    EXPECT_TRUE(meta->findInt32(kKeyBitsPerSample, &bits));
+    EXPECT_EQ(24, bits);
+    EXPECT_TRUE(meta->findInt64(kKeyDuration, &durationUs));
+    EXPECT_NEAR(3000000, durationUs, 100);
+    EXPECT_TRUE(meta->findInt32(kKeyMaxInputSize, &maxInput));
+}
+
+// ---- Raw PCM: the bytes the ffmpeg tool decodes, in our layout. ----
+
+struct RawCase {
+    const char* file;
+    const char* refFormat;
+};
+
+class RawTest : public ExtractorTest, public ::testing::WithParamInterface<RawCase> {};
+
+TEST_P(RawTest, SamplesEqualFfmpegDecode) {
+    sp<NuMediaExtractor> ex = open(GetParam().file);
+    ASSERT_NE(nullptr, ex.get());
+    ASSERT_EQ(OK, ex->selectTrack(0));
+    std::vector<uint8_t> ours = readAll(ex);
+    std::vector<uint8_t> ref = referenceDecode(fixturePath(GetParam().file), GetParam().refFormat);
+    ASSERT_FALSE(ref.empty());
+    ASSERT_EQ(ref.size(), ours.size());
+    EXPECT_TRUE(ref == ours);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+        Fixtures, RawTest,
+        ::testing::Values(RawCase{"wav16.wav", "s16le"}, RawCase{"wav8.wav", "u8"},
+                          RawCase{"wav24.wav", "s24le"}, RawCase{"wav32.wav", "s32le"},
+                          RawCase{"wavfloat.wav", "s32le"}, RawCase{"wav16mono.wav", "s16le"},
+                          RawCase{"aiff16.aiff", "s16le"}, RawCase{"aiff24.aiff", "s24le"}),
+        [](const ::testing::TestParamInfo<RawCase>& info) {
+            std::string n = info.param.file;
+            for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
+            return n;
+        });
+
+// ---- Seeking, checked against the position the samples carry. ----
+
+// The left channel of wav16.wav is the frame index as a 16-bit ramp.
+int64_t frameOfFirstSample(const sp<ABuffer>& buffer) {
+    const int16_t left = (int16_t)(buffer->data()[0] | (buffer->data()[1] << 8));
+    return left + 32768;  // modulo 65536
+}
+
+TEST_F(ExtractorTest, SeekModesLandWhereTheyShould) {
+    sp<NuMediaExtractor> ex = open("wav16.wav");
+    ASSERT_NE(nullptr, ex.get());
+    ASSERT_EQ(OK, ex->selectTrack(0));
+    sp<ABuffer> buffer = new ABuffer(1 << 20);
+    for (int64_t targetUs : {0LL, 1LL, 1234567LL, 2000000LL, 2990000LL, 700000LL}) {
+        for (SeekMode mode : {MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC,
+                              MediaSource::ReadOptions::SEEK_NEXT_SYNC,
+                              MediaSource::ReadOptions::SEEK_CLOSEST_SYNC,
+                              MediaSource::ReadOptions::SEEK_CLOSEST}) {
+            SCOPED_TRACE(::testing::Message() << "target " << targetUs << " mode " << mode);
+            ASSERT_EQ(OK, ex->seekTo(targetUs, mode));
+            int64_t timeUs = -1;
+            ASSERT_EQ(OK, ex->getSampleTime(&timeUs));
+            ASSERT_EQ(OK, ex->readSampleData(buffer));
+            const int64_t frames = buffer->size() / 4;
+            const int64_t endUs = timeUs + frames * 1000000 / 44100;
+            // The time stamp tells the truth about the samples.
+            const int64_t frame = (timeUs * 44100 + 500000) / 1000000;
+            EXPECT_EQ(frame % 65536, frameOfFirstSample(buffer));
+            if (mode == MediaSource::ReadOptions::SEEK_NEXT_SYNC) {
+                EXPECT_GE(timeUs, targetUs);
+                EXPECT_LT(timeUs - targetUs, 100000);
+            } else {
+                // The sample that holds the target.
+                EXPECT_LE(timeUs, targetUs);
+                EXPECT_GT(endUs, targetUs);
+            }
+        }
+    }
+    // Past the end: nothing left.
+    EXPECT_EQ(ERROR_END_OF_STREAM, ex->seekTo(10000000, MediaSource::ReadOptions::SEEK_NEXT_SYNC));
+    size_t index;
+    EXPECT_EQ(ERROR_END_OF_STREAM, ex->getSampleTrackIndex(&index));
+    // And back again.
+    EXPECT_EQ(OK, ex->seekTo(0, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC));
+    EXPECT_EQ(OK, ex->getSampleTrackIndex(&index));
+}
+
+TEST_F(ExtractorTest, CompressedSeekLandsOnThePacketHoldingTheTarget) {
+    for (const char* file : {"flac16.flac", "mp3.mp3", "aac.m4a", "vorbis.ogg", "opus.opus",
+                             "twotracks.mkv", "alac.m4a"}) {
+        SCOPED_TRACE(file);
+        sp<NuMediaExtractor> ex = open(file);
+        ASSERT_NE(nullptr, ex.get());
+        ASSERT_EQ(OK, ex->selectTrack(0));
+        // The packet grid, read straight through.
+        std::vector<int64_t> grid;
+        readAll(ex, &grid);
+        ASSERT_GT(grid.size(), 4u);
+        for (int64_t targetUs : {2100000LL, 400000LL, 1500000LL}) {
+            ASSERT_EQ(OK, ex->seekTo(targetUs, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC));
+            int64_t timeUs = -1;
+            ASSERT_EQ(OK, ex->getSampleTime(&timeUs));
+            // The last packet starting at or before the target.
+            int64_t expected = grid[0];
+            for (int64_t t : grid) if (t <= targetUs) expected = t;
+            EXPECT_EQ(expected, timeUs) << "target " << targetUs;
+            ASSERT_EQ(OK, ex->seekTo(targetUs, MediaSource::ReadOptions::SEEK_NEXT_SYNC));
+            ASSERT_EQ(OK, ex->getSampleTime(&timeUs));
+            EXPECT_GE(timeUs, targetUs);
+        }
+    }
+}
+
+TEST_F(ExtractorTest, RandomOperationsKeepTimeAndContentInStep) {
+    sp<NuMediaExtractor> ex = open("wav16.wav");
+    ASSERT_NE(nullptr, ex.get());
+    ASSERT_EQ(OK, ex->selectTrack(0));
+    std::mt19937 rng(1234);
+    sp<ABuffer> buffer = new ABuffer(1 << 16);
+    for (int step = 0; step < 400; ++step) {
+        const int op = rng() % 3;
+        if (op == 0) {
+            ex->seekTo(rng() % 3100000, (SeekMode)(rng() % 4));
+        } else {
+            for (int n = rng() % 8; n > 0; --n) ex->advance();
+        }
+        int64_t timeUs;
+        if (ex->getSampleTime(&timeUs) != OK) {
+            EXPECT_EQ(ERROR_END_OF_STREAM, ex->readSampleData(buffer));
+            continue;
+        }
+        ASSERT_EQ(OK, ex->readSampleData(buffer));
+        const int64_t frame = (timeUs * 44100 + 500000) / 1000000;
+        ASSERT_EQ(frame % 65536, frameOfFirstSample(buffer)) << "step " << step;
+    }
+}
+
+TEST_F(ExtractorTest, TooSmallBufferLosesNothing) {
+    sp<NuMediaExtractor> ex = open("wav16.wav");
+    ASSERT_NE(nullptr, ex.get());
+    ASSERT_EQ(OK, ex->selectTrack(0));
+    ASSERT_EQ(OK, ex->advance());
+    size_t size = 0;
+    ASSERT_EQ(OK, ex->getSampleSize(&size));
+    int64_t before = -1, after = -1;
+    ASSERT_EQ(OK, ex->getSampleTime(&before));
+    sp<ABuffer> small = new ABuffer(size - 1);
+    EXPECT_EQ(NO_MEMORY, ex->readSampleData(small));
+    ASSERT_EQ(OK, ex->getSampleTime(&after));
+    EXPECT_EQ(before, after);
+    sp<ABuffer> big = new ABuffer(size);
+    ASSERT_EQ(OK, ex->readSampleData(big));
+    EXPECT_EQ(size, big->size());
+    EXPECT_EQ(0u, big->offset());
+    const int64_t frame = (before * 44100 + 500000) / 1000000;
+    EXPECT_EQ(frame % 65536, frameOfFirstSample(big));
+}
+
+TEST_F(ExtractorTest, TwoSelectedTracksInterleaveByTime) {
+    sp<NuMediaExtractor> ex = open("twotracks.mkv");
+    ASSERT_NE(nullptr, ex.get());
+    ASSERT_EQ(2u, ex->countTracks());
+    size_t index;
+    EXPECT_EQ(ERROR_END_OF_STREAM, ex->getSampleTrackIndex(&index));  // none selected
+    ASSERT_EQ(OK, ex->selectTrack(0));
+    ASSERT_EQ(OK, ex->selectTrack(1));
+    int64_t lastUs = -1;
+    int counts[2] = {0, 0};
+    sp<ABuffer> buffer = new ABuffer(1 << 20);
+    while (ex->getSampleTrackIndex(&index) == OK) {
+        int64_t t;
+        ASSERT_EQ(OK, ex->getSampleTime(&t));
+        EXPECT_GE(t, lastUs);
+        lastUs = t;
+        ASSERT_LT(index, 2u);
+        ++counts[index];
+        ASSERT_EQ(OK, ex->advance());
+    }
+    EXPECT_GT(counts[0], 10);
+    EXPECT_EQ(counts[0], counts[1]);
+    ASSERT_EQ(OK, ex->unselectTrack(0));
+    ASSERT_EQ(OK, ex->seekTo(0, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC));
+    ASSERT_EQ(OK, ex->getSampleTrackIndex(&index));
+    EXPECT_EQ(1u, index);
+}
+
+// ---- Descriptors, byte ranges and data sources. ----
+
+TEST_F(ExtractorTest, DescriptorRangePlaysTheEmbeddedFile) {
+    long long offset = 0, length = 0;
+    std::ifstream txt(fixturePath("embedded.txt"));
+    ASSERT_TRUE(txt >> offset >> length);
+    int fd = ::open(fixturePath("embedded.bin").c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+
+    sp<NuMediaExtractor> ex = new NuMediaExtractor;
+    ASSERT_EQ(OK, ex->setDataSource(fd, offset, length));
+    ::close(fd);  // the extractor keeps its own descriptor
+    ASSERT_EQ(1u, ex->countTracks());
+    ASSERT_EQ(OK, ex->selectTrack(0));
+    std::vector<uint8_t> embedded = readAll(ex);
+
+    sp<NuMediaExtractor> plain = open("flac16.flac");
+    ASSERT_NE(nullptr, plain.get());
+    ASSERT_EQ(OK, plain->selectTrack(0));
+    std::vector<uint8_t> direct = readAll(plain);
+    ASSERT_FALSE(direct.empty());
+    EXPECT_TRUE(direct == embedded);
+}
+
+TEST_F(ExtractorTest, BadDescriptorsAndRangesAreRefused) {
+    testing::LogCapture log;
+    const std::string path = fixturePath("embedded.bin");
+    int fd = ::open(path.c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    const off64_t size = lseek(fd, 0, SEEK_END);
+
+    sp<NuMediaExtractor> ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(fd, size - 100, 200));  // runs past the end
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(fd, size + 10, 10));    // starts past the end
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(fd, -5, 10));
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(fd, 0, 4096));           // only padding bytes
+    ::close(fd);
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(fd, 0, 100));            // closed descriptor
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(-1, 0, 100));
+
+    int dir = ::open(getenv("ROTAVOX_FIXTURES"), O_RDONLY | O_DIRECTORY);
+    ASSERT_GE(dir, 0);
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(dir, 0, 100));
+    ::close(dir);
+    EXPECT_EQ(0u, ex->countTracks());
+    EXPECT_GE(log.count("", "", ANDROID_LOG_ERROR), 6);
+}
+
+// An in-memory DataSource, optionally failing after some bytes.
+class MemorySource : public DataSource {
+public:
+    MemorySource(std::vector<uint8_t> bytes, off64_t failAfter = -1)
+        : mBytes(std::move(bytes)), mFailAfter(failAfter) {}
+    status_t initCheck() const override { return OK; }
+    ssize_t readAt(off64_t offset, void* data, size_t size) override {
+        if (mFailAfter >= 0 && offset + (off64_t)size > mFailAfter) return ERROR_IO;
+        if (offset < 0) return ERROR_IO;
+        if ((size_t)offset >= mBytes.size()) return 0;
+        size = std::min(size, mBytes.size() - (size_t)offset);
+        memcpy(data, mBytes.data() + offset, size);
+        return size;
+    }
+    status_t getSize(off64_t* size) override {
+        *size = mBytes.size();
+        return OK;
+    }
+
+private:
+    std::vector<uint8_t> mBytes;
+    off64_t mFailAfter;
+};
+
+std::vector<uint8_t> fileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+TEST_F(ExtractorTest, DataSourceFeedsTheDemuxer) {
+    sp<NuMediaExtractor> ex = new NuMediaExtractor;
+    ASSERT_EQ(OK, ex->setDataSource(new MemorySource(fileBytes(fixturePath("aiff16.aiff")))));
+    ASSERT_EQ(OK, ex->selectTrack(0));
+    std::vector<uint8_t> ours = readAll(ex);
+    EXPECT_TRUE(ours == referenceDecode(fixturePath("aiff16.aiff"), "s16le"));
+
+    // A source that fails to read is an error status, not a crash.
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(new MemorySource(fileBytes(fixturePath("mp3.mp3")), 0)));
+    // A FileSource over a range.
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(new FileSource(fixturePath("no-such-file.mp3").c_str())));
+    EXPECT_NE(OK, ex->setDataSource(NULL, nullptr));
+}
+
+// ---- Bad files: a status and a log line, never a crash. ----
+
+class BadFileTest : public ExtractorTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(BadFileTest, GivesAnErrorStatus) {
+    testing::LogCapture log;
+    status_t err = OK;
+    sp<NuMediaExtractor> ex = open(GetParam(), &err);
+    EXPECT_NE(OK, err);
+    EXPECT_TRUE(log.contains("NuMediaExtractor", "setDataSource", ANDROID_LOG_ERROR));
+    // Also through a descriptor.
+    int fd = ::open(fixturePath(GetParam()).c_str(), O_RDONLY);
+    if (fd < 0) return;  // the missing file has no descriptor
+    sp<NuMediaExtractor> byFd = new NuMediaExtractor;
+    EXPECT_NE(OK, byFd->setDataSource(fd, 0, lseek(fd, 0, SEEK_END)));
+    ::close(fd);
+    EXPECT_EQ(0u, byFd->countTracks());
+    size_t index;
+    EXPECT_NE(OK, byFd->getSampleTrackIndex(&index));
+}
+
+INSTANTIATE_TEST_SUITE_P(Fixtures, BadFileTest,
+                         ::testing::Values("bad-empty.mp3", "bad-truncated.flac",
+                                           "bad-truncated.m4a", "bad-garbage.wav",
+                                           "bad-text.mp3", "no-such-file.wav"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
+                             std::string n = info.param;
+                             for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
+                             return n;
+                         });
+
+}  // namespace
+}  // namespace android
