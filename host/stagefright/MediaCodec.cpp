@@ -74,6 +74,7 @@ struct MediaCodec::Decoder {
     int mBytesPerSample = 2;   // delivered bytes per sample
     int mSampleRate = 0;
     int mChannels = 0;
+    size_t mInputCapacity = kMinInputBufferSize;
 
     std::deque<Input> mInputs;     // queued by the client, not yet decoded
     std::vector<uint8_t> mPending;  // converted PCM not yet in output buffers
@@ -244,6 +245,8 @@ MediaCodec::MediaCodec(const sp<ALooper> &looper, const AString &componentName)
     : mLooper(looper),
       mComponentName(componentName),
       mState(UNINITIALIZED),
+      mInputBase(0),
+      mOutputBase(0),
       mGeneration(0),
       mPumpPending(false),
       mDecoder(new Decoder) {
@@ -314,12 +317,10 @@ status_t MediaCodec::reset() {
 }
 
 status_t MediaCodec::release() {
-    status_t err = postAndAwait(new AMessage(kWhatRelease, this));
-    sp<ALooper> looper = mLooper.promote();
-    if (looper != NULL && id() != 0) {
-        looper->unregisterHandler(id());
-    }
-    return err;
+    // The handler stays registered until the destructor: a client still
+    // answering callbacks gets INVALID_OPERATION rather than a request that
+    // no one will ever answer.
+    return postAndAwait(new AMessage(kWhatRelease, this));
 }
 
 status_t MediaCodec::flush() {
@@ -396,7 +397,8 @@ status_t MediaCodec::getInputBuffer(size_t index, sp<MediaCodecBuffer> *buffer) 
     if (mState != STARTED) {
         return INVALID_OPERATION;
     }
-    if (index >= mInputSlots.size() || !mInputSlots[index].mOwnedByClient) {
+    if (index < mInputBase || index >= mInputSlots.size()
+            || !mInputSlots[index].mOwnedByClient) {
         ALOGE("%s: input buffer %zu is not available to the client", mComponentName.c_str(),
               index);
         return INVALID_OPERATION;
@@ -411,7 +413,8 @@ status_t MediaCodec::getOutputBuffer(size_t index, sp<MediaCodecBuffer> *buffer)
     if (mState != STARTED) {
         return INVALID_OPERATION;
     }
-    if (index >= mOutputSlots.size() || !mOutputSlots[index].mOwnedByClient) {
+    if (index < mOutputBase || index >= mOutputSlots.size()
+            || !mOutputSlots[index].mOwnedByClient) {
         ALOGE("%s: output buffer %zu is not available to the client", mComponentName.c_str(),
               index);
         return INVALID_OPERATION;
@@ -479,6 +482,8 @@ void MediaCodec::onMessageReceived(const sp<AMessage> &msg) {
                 mState = RELEASED;
                 mInputSlots.clear();
                 mOutputSlots.clear();
+                mInputBase = 0;
+                mOutputBase = 0;
                 mCallback.clear();
             }
             mDecoder.reset(new Decoder);
@@ -677,15 +682,8 @@ status_t MediaCodec::onConfigure(const sp<AMessage> &format) {
     mOutputFormat = outputFormat;
     mInputSlots.clear();
     mOutputSlots.clear();
-    for (size_t i = 0; i < kNumInputBuffers; ++i) {
-        mInputSlots.push_back({new MediaCodecBuffer(mInputFormat, new ABuffer(inputCapacity)),
-                               false});
-    }
-    for (size_t i = 0; i < kNumOutputBuffers; ++i) {
-        mOutputSlots.push_back({new MediaCodecBuffer(mOutputFormat,
-                                                     new ABuffer(kOutputBufferSize)),
-                                false});
-    }
+    d->mInputCapacity = inputCapacity;
+    addSlots_l();
     mState = CONFIGURED;
     ALOGV("%s configured: %s, %d Hz, %d channels, encoding %d", mComponentName.c_str(),
           codec->name, d->mSampleRate, d->mChannels, encoding);
@@ -693,13 +691,32 @@ status_t MediaCodec::onConfigure(const sp<AMessage> &format) {
 }
 
 void MediaCodec::resetSlots_l() {
+    // A new run gets new buffer indices, so that callbacks of the old run
+    // still on their way to the client name buffers that no longer exist
+    // instead of buffers of the new run.
     for (BufferSlot &slot : mInputSlots) {
+        slot.mBuffer.clear();
         slot.mOwnedByClient = false;
-        slot.mBuffer->setRange(0, 0);
     }
     for (BufferSlot &slot : mOutputSlots) {
+        slot.mBuffer.clear();
         slot.mOwnedByClient = false;
-        slot.mBuffer->setRange(0, 0);
+    }
+    addSlots_l();
+}
+
+void MediaCodec::addSlots_l() {
+    mInputBase = mInputSlots.size();
+    mOutputBase = mOutputSlots.size();
+    for (size_t i = 0; i < kNumInputBuffers; ++i) {
+        mInputSlots.push_back({new MediaCodecBuffer(mInputFormat,
+                                                    new ABuffer(mDecoder->mInputCapacity)),
+                               false});
+    }
+    for (size_t i = 0; i < kNumOutputBuffers; ++i) {
+        mOutputSlots.push_back({new MediaCodecBuffer(mOutputFormat,
+                                                     new ABuffer(kOutputBufferSize)),
+                                false});
     }
 }
 
@@ -748,7 +765,7 @@ void MediaCodec::onFlush() {
 
 void MediaCodec::announceInputBuffers() {
     Mutex::Autolock autoLock(mLock);
-    for (size_t i = 0; i < mInputSlots.size(); ++i) {
+    for (size_t i = mInputBase; i < mInputSlots.size(); ++i) {
         mInputSlots[i].mOwnedByClient = true;
         mInputSlots[i].mBuffer->setRange(0, 0);
         sp<AMessage> cb = mCallback->dup();
@@ -801,7 +818,7 @@ void MediaCodec::postFormatChanged() {
 bool MediaCodec::emitPendingOutput() {
     Decoder *d = mDecoder.get();
     Mutex::Autolock autoLock(mLock);
-    for (size_t i = 0; i < mOutputSlots.size(); ++i) {
+    for (size_t i = mOutputBase; i < mOutputSlots.size(); ++i) {
         BufferSlot &slot = mOutputSlots[i];
         if (slot.mOwnedByClient) {
             continue;
@@ -838,7 +855,7 @@ bool MediaCodec::emitPendingOutput() {
 bool MediaCodec::emitEndOfStream() {
     Decoder *d = mDecoder.get();
     Mutex::Autolock autoLock(mLock);
-    for (size_t i = 0; i < mOutputSlots.size(); ++i) {
+    for (size_t i = mOutputBase; i < mOutputSlots.size(); ++i) {
         BufferSlot &slot = mOutputSlots[i];
         if (slot.mOwnedByClient) {
             continue;
@@ -947,7 +964,7 @@ bool MediaCodec::pumpOnce() {
     }
     // The buffer's content is consumed: hand it back to the client.
     Mutex::Autolock autoLock(mLock);
-    if (in.mIndex < mInputSlots.size()) {
+    if (in.mIndex >= mInputBase && in.mIndex < mInputSlots.size()) {
         mInputSlots[in.mIndex].mOwnedByClient = true;
         mInputSlots[in.mIndex].mBuffer->setRange(0, 0);
         sp<AMessage> cb = mCallback->dup();

@@ -133,7 +133,7 @@ private:
     };
 
     struct BufferSlot {
-        sp<MediaCodecBuffer> mBuffer;
+        sp<MediaCodecBuffer> mBuffer;  // null once its run is over
         // True while the client owns the slot (announced and not yet
         // queued or released).
         bool mOwnedByClient;
@@ -160,6 +160,7 @@ private:
     bool emitEndOfStream();
     void dropDecoderState();
     void resetSlots_l();
+    void addSlots_l();
 
     wp<ALooper> mLooper;
     AString mComponentName;
@@ -171,8 +172,12 @@ private:
     sp<AMessage> mCallback;
     sp<AMessage> mInputFormat;
     sp<AMessage> mOutputFormat;
+    // Indexed by buffer index; each run (start after flush or stop) adds a
+    // fresh set and retires the old one, so indices are never reused.
     std::vector<BufferSlot> mInputSlots;
     std::vector<BufferSlot> mOutputSlots;
+    size_t mInputBase;   // first index of the current run
+    size_t mOutputBase;
     // Bumped by flush/stop so that queued pump messages of the old run die.
     int32_t mGeneration;
     bool mPumpPending;

@@ -1,0 +1,373 @@
+// MediaCodec on FFmpeg, driven in asynchronous mode the way a platform client
+// drives it.  The oracle for every decode is the ffmpeg command-line tool:
+// bit-exact for lossless formats, highly correlated for lossy ones.
+
+#include <gtest/gtest.h>
+
+#include <math.h>
+#include <string.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <media/stagefright/MediaCodec.h>
+#include <media/stagefright/MediaErrors.h>
+#include <media/stagefright/foundation/ABuffer.h>
+#include <media/stagefright/foundation/ALooper.h>
+#include <media/stagefright/foundation/AMessage.h>
+
+#include "CodecClient.h"
+#include "Fixtures.h"
+#include "LogCapture.h"
+
+namespace android {
+namespace {
+
+using testing::CodecClient;
+using testing::fixtureExists;
+using testing::fixturePath;
+using testing::referenceDecode;
+
+std::vector<int16_t> asS16(const std::vector<uint8_t>& bytes) {
+    std::vector<int16_t> s(bytes.size() / 2);
+    memcpy(s.data(), bytes.data(), s.size() * 2);
+    return s;
+}
+
+// Decodes a whole fixture through extractor + codec.
+struct Decoded {
+    status_t err = UNKNOWN_ERROR;
+    bool eos = false;
+    std::vector<uint8_t> pcm;
+    std::vector<CodecClient::Output> outputs;
+    sp<AMessage> outputFormat;
+    int errors = 0;
+};
+
+Decoded decodeFixture(const std::string& name, int audioIndex = 0, int32_t pcmEncoding = -1) {
+    Decoded d;
+    sp<CodecClient> client = new CodecClient;
+    d.err = client->open(fixturePath(name), audioIndex, pcmEncoding);
+    if (d.err == OK) d.err = client->start();
+    if (d.err == OK) {
+        d.eos = client->waitForEos();
+        d.pcm = client->pcm();
+        d.outputs = client->outputs();
+        d.errors = client->errors();
+        client->mCodec->getOutputFormat(&d.outputFormat);
+    }
+    client->shutdown();
+    return d;
+}
+
+// Largest normalised cross-correlation of a against b over lags in
+// [-maxLag, maxLag] frames, on the first channel of interleaved data.
+double bestCorrelation(const std::vector<int16_t>& a, const std::vector<int16_t>& b,
+                       int channels, int maxLag, int* bestLagOut) {
+    const long na = a.size() / channels, nb = b.size() / channels;
+    double best = -1;
+    for (int lag = -maxLag; lag <= maxLag; ++lag) {
+        double sab = 0, saa = 0, sbb = 0;
+        for (long i = 0; i < na; ++i) {
+            long j = i + lag;
+            if (j < 0 || j >= nb) continue;
+            double x = a[i * channels], y = b[j * channels];
+            sab += x * y;
+            saa += x * x;
+            sbb += y * y;
+        }
+        if (saa > 0 && sbb > 0) {
+            double c = sab / sqrt(saa * sbb);
+            if (c > best) {
+                best = c;
+                *bestLagOut = lag;
+            }
+        }
+    }
+    return best;
+}
+
+class CodecTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!fixtureExists("flac16.flac")) GTEST_SKIP() << "fixtures missing: build target 'fixtures'";
+    }
+};
+
+// ---- Lossless: bit-exact against the ffmpeg tool. ----
+
+struct LosslessCase {
+    const char* file;
+    int audioIndex;
+    int32_t pcmEncoding;  // -1: whatever the codec defaults to
+    const char* refFormat;
+    int bitWidth;
+};
+
+class LosslessTest : public CodecTest, public ::testing::WithParamInterface<LosslessCase> {};
+
+TEST_P(LosslessTest, MatchesFfmpegBitForBit) {
+    const LosslessCase& c = GetParam();
+    Decoded d = decodeFixture(c.file, c.audioIndex, c.pcmEncoding);
+    ASSERT_EQ(OK, d.err);
+    ASSERT_TRUE(d.eos) << "no end of stream";
+    EXPECT_EQ(0, d.errors);
+    std::vector<uint8_t> ref = referenceDecode(fixturePath(c.file), c.refFormat, c.audioIndex);
+    ASSERT_FALSE(ref.empty());
+    ASSERT_EQ(ref.size(), d.pcm.size());
+    size_t firstDiff = 0;
+    while (firstDiff < ref.size() && ref[firstDiff] == d.pcm[firstDiff]) ++firstDiff;
+    EXPECT_EQ(ref.size(), firstDiff) << "first differing byte";
+
+    int32_t bitWidth = 0, encoding = 0;
+    AString mime;
+    ASSERT_NE(nullptr, d.outputFormat.get());
+    EXPECT_TRUE(d.outputFormat->findString("mime", &mime));
+    EXPECT_STREQ("audio/raw", mime.c_str());
+    EXPECT_TRUE(d.outputFormat->findInt32("bit-width", &bitWidth));
+    EXPECT_EQ(c.bitWidth, bitWidth);
+    EXPECT_TRUE(d.outputFormat->findInt32("pcm-encoding", &encoding));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+        Fixtures, LosslessTest,
+        ::testing::Values(
+                LosslessCase{"flac16.flac", 0, -1, "s16le", 16},
+                LosslessCase{"flac16.flac", 0, 3, "u8", 8},
+                LosslessCase{"flac24.flac", 0, 100, "s24le", 24},
+                LosslessCase{"flac24.flac", 0, 2, "s16le", 16},
+                LosslessCase{"flacmono.flac", 0, 2, "s16le", 16},
+                LosslessCase{"six.flac", 0, 2, "s16le", 16},
+                LosslessCase{"alac.m4a", 0, 2, "s16le", 16},
+                LosslessCase{"twotracks.mkv", 0, 2, "s16le", 16},
+                LosslessCase{"twotracks.mkv", 1, 2, "s16le", 16},
+                LosslessCase{"dsd.dsf", 0, 100, "s24le", 24}),
+        [](const ::testing::TestParamInfo<LosslessCase>& info) {
+            std::string n = info.param.file;
+            for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
+            return n + "_track" + std::to_string(info.param.audioIndex) + "_" +
+                    info.param.refFormat;
+        });
+
+// ---- Lossy: the same music as the ffmpeg tool hears. ----
+
+struct LossyCase {
+    const char* file;
+    int channels;
+};
+
+class LossyTest : public CodecTest, public ::testing::WithParamInterface<LossyCase> {};
+
+TEST_P(LossyTest, CorrelatesWithFfmpeg) {
+    const LossyCase& c = GetParam();
+    Decoded d = decodeFixture(c.file, 0, 2);
+    ASSERT_EQ(OK, d.err);
+    ASSERT_TRUE(d.eos);
+    EXPECT_EQ(0, d.errors);
+    std::vector<int16_t> ours = asS16(d.pcm);
+    std::vector<int16_t> ref = asS16(referenceDecode(fixturePath(c.file), "s16le"));
+    ASSERT_FALSE(ref.empty());
+    // Same length up to the priming and padding the ffmpeg tool trims.
+    const long framesOurs = ours.size() / c.channels, framesRef = ref.size() / c.channels;
+    EXPECT_NEAR(framesRef, framesOurs, 4096) << "frames";
+    int lag = 0;
+    double corr = bestCorrelation(ref, ours, c.channels, 2200, &lag);
+    EXPECT_GT(corr, 0.99) << "lag " << lag;
+    // Our decode keeps the encoder delay the tool drops: never ahead of it.
+    EXPECT_GE(lag, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+        Fixtures, LossyTest,
+        ::testing::Values(LossyCase{"mp3.mp3", 2}, LossyCase{"mp3mono.mp3", 1},
+                          LossyCase{"aac.m4a", 2}, LossyCase{"vorbis.ogg", 2},
+                          LossyCase{"opus.opus", 2}, LossyCase{"wma.wma", 2},
+                          LossyCase{"video.mp4", 2}),
+        [](const ::testing::TestParamInfo<LossyCase>& info) {
+            std::string n = info.param.file;
+            for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
+            return n;
+        });
+
+// ---- Time stamps, flush, errors. ----
+
+TEST_F(CodecTest, OutputTimesFollowTheDecodedFrames) {
+    Decoded d = decodeFixture("flac16.flac", 0, 2);
+    ASSERT_EQ(OK, d.err);
+    ASSERT_GT(d.outputs.size(), 10u);
+    EXPECT_EQ(0, d.outputs[0].timeUs);
+    for (const CodecClient::Output& o : d.outputs) {
+        // Each buffer's stamp is the time of its first frame.
+        const int64_t frame = o.offset / 4;
+        EXPECT_NEAR(frame * 1000000.0 / 44100, (double)o.timeUs, 1.0) << "at frame " << frame;
+    }
+}
+
+TEST_F(CodecTest, FlushAndStartResumeAtTheNewPosition) {
+    sp<CodecClient> client = new CodecClient;
+    ASSERT_EQ(OK, client->open(fixturePath("flac16.flac"), 0, 2));
+    ASSERT_EQ(OK, client->start());
+    ASSERT_TRUE(client->waitForBytes(44100 * 4));  // a second decoded
+
+    for (int64_t targetUs : {2000000LL, 500000LL, 2500000LL}) {
+        ASSERT_EQ(OK, client->seekAndFlush(targetUs, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC));
+        ASSERT_TRUE(client->waitForBytes(8192 * 4));
+        std::vector<CodecClient::Output> outs = client->outputs();
+        std::vector<int16_t> pcm = asS16(client->pcm());
+        ASSERT_FALSE(outs.empty());
+        // The first buffer after the flush holds the target...
+        EXPECT_LE(outs[0].timeUs, targetUs);
+        EXPECT_GT(outs[0].timeUs + 4608 * 1000000LL / 44100, targetUs);
+        // ...and its samples are those of its time stamp: the left channel
+        // is the frame index as a 16-bit ramp.
+        const int64_t frame = (outs[0].timeUs * 44100 + 500000) / 1000000;
+        EXPECT_EQ((int16_t)((frame & 0xffff) - 32768), pcm[0]);
+        // Continuous from there on.
+        for (size_t i = 1; i < pcm.size() / 2; ++i) {
+            ASSERT_EQ((int16_t)(((frame + i) & 0xffff) - 32768), pcm[2 * i]) << "frame " << i;
+        }
+    }
+    client->shutdown();
+}
+
+TEST_F(CodecTest, StopThenStartDecodesAgain) {
+    sp<CodecClient> client = new CodecClient;
+    ASSERT_EQ(OK, client->open(fixturePath("mp3.mp3"), 0, 2));
+    ASSERT_EQ(OK, client->start());
+    ASSERT_TRUE(client->waitForBytes(16384));
+    ASSERT_EQ(OK, client->seekAndFlush(0, MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC));
+    EXPECT_TRUE(client->waitForEos());
+    client->shutdown();
+}
+
+TEST_F(CodecTest, BadPacketsAreReportedAndDecodingGoesOn) {
+    sp<CodecClient> client = new CodecClient;
+    ASSERT_EQ(OK, client->open(fixturePath("flac16.flac"), 0, 2));
+    // Wreck every tenth frame (keeping the sync code, so the decoder
+    // notices a bad frame rather than no frame).
+    client->mCorrupt = [](size_t index, uint8_t* data, size_t size) {
+        if (index % 10 == 5) {
+            for (size_t i = 6; i < size; ++i) data[i] ^= 0x5a;
+        }
+    };
+    ASSERT_EQ(OK, client->start());
+    ASSERT_TRUE(client->waitForEos());
+    EXPECT_GT(client->errors(), 0);
+    // The good frames still decode: most of the file comes out.
+    std::vector<uint8_t> ref = referenceDecode(fixturePath("flac16.flac"), "s16le");
+    EXPECT_GT(client->pcm().size(), ref.size() * 8 / 10);
+    client->shutdown();
+}
+
+TEST_F(CodecTest, FileCutShortEndsCleanly) {
+    Decoded d = decodeFixture("cut-flac16.flac", 0, 2);
+    ASSERT_EQ(OK, d.err);
+    EXPECT_TRUE(d.eos);
+    EXPECT_GT(d.pcm.size(), 0u);
+    // What came out is the start of the file.
+    std::vector<uint8_t> ref = referenceDecode(fixturePath("flac16.flac"), "s16le");
+    ASSERT_GE(ref.size(), d.pcm.size());
+    size_t common = 0;
+    while (common < d.pcm.size() && d.pcm[common] == ref[common]) ++common;
+    EXPECT_GT(common, d.pcm.size() * 9 / 10);
+}
+
+// ---- Creation and the lifecycle contract. ----
+
+class CodecCreationTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        mLooper = new ALooper;
+        mLooper->setName("codec-test");
+        mLooper->start();
+    }
+    void TearDown() override { mLooper->stop(); }
+    sp<ALooper> mLooper;
+};
+
+TEST_F(CodecCreationTest, UnknownComponentNameFailsWithStatus) {
+    testing::LogCapture log;
+    status_t err = OK;
+    sp<MediaCodec> codec = MediaCodec::CreateByComponentName(mLooper, "OMX.acme.audio.decoder.xyz",
+                                                             &err);
+    EXPECT_EQ(nullptr, codec.get());
+    EXPECT_EQ(NAME_NOT_FOUND, err);
+    EXPECT_TRUE(log.contains("MediaCodec", "OMX.acme.audio.decoder.xyz"));
+
+    codec = MediaCodec::CreateByType(mLooper, "audio/x-no-such-thing", false, &err);
+    EXPECT_EQ(nullptr, codec.get());
+    EXPECT_EQ(NAME_NOT_FOUND, err);
+
+    codec = MediaCodec::CreateByType(mLooper, "audio/mpeg", true /* encoder */, &err);
+    EXPECT_EQ(nullptr, codec.get());
+    EXPECT_EQ(NAME_NOT_FOUND, err);
+}
+
+TEST_F(CodecCreationTest, ApeComponentConfiguresWithoutAFile) {
+    status_t err = UNKNOWN_ERROR;
+    sp<MediaCodec> codec = MediaCodec::CreateByComponentName(mLooper, "OMX.qcom.audio.decoder.ape",
+                                                             &err);
+    ASSERT_NE(nullptr, codec.get());
+    ASSERT_EQ(OK, err);
+    AString name;
+    codec->getName(&name);
+    EXPECT_STREQ("OMX.qcom.audio.decoder.ape", name.c_str());
+
+    // What an APE demuxer reports: version 3990, compression "normal",
+    // no flags, 16-bit stereo.
+    sp<AMessage> format = new AMessage;
+    format->setString("mime", "audio/x-ape");
+    format->setInt32("sample-rate", 44100);
+    format->setInt32("channel-count", 2);
+    format->setInt32("bits-per-sample", 16);
+    format->setInt32("pcm-encoding", 100);
+    const uint8_t extradata[6] = {0x96, 0x0f, 0xd0, 0x07, 0x00, 0x00};
+    format->setBuffer("csd-0", ABuffer::CreateAsCopy(extradata, sizeof(extradata)));
+    ASSERT_EQ(OK, codec->configure(format, NULL, NULL, 0));
+    sp<AMessage> out;
+    ASSERT_EQ(OK, codec->getOutputFormat(&out));
+    int32_t rate = 0, channels = 0, bitWidth = 0, encoding = 0;
+    EXPECT_TRUE(out->findInt32("sample-rate", &rate));
+    EXPECT_TRUE(out->findInt32("channel-count", &channels));
+    EXPECT_TRUE(out->findInt32("bit-width", &bitWidth));
+    EXPECT_TRUE(out->findInt32("pcm-encoding", &encoding));
+    EXPECT_EQ(44100, rate);
+    EXPECT_EQ(2, channels);
+    EXPECT_EQ(24, bitWidth);
+    EXPECT_EQ(100, encoding);
+    EXPECT_EQ(OK, codec->release());
+
+    // The other two vendor names resolve too.
+    EXPECT_NE(nullptr, MediaCodec::CreateByComponentName(mLooper, "OMX.qcom.audio.decoder.alac",
+                                                         &err).get());
+    EXPECT_NE(nullptr, MediaCodec::CreateByComponentName(mLooper, "OMX.qti.audio.decoder.dsd",
+                                                         &err).get());
+}
+
+TEST_F(CodecCreationTest, CallsOutOfOrderAreRefused) {
+    status_t err = UNKNOWN_ERROR;
+    sp<MediaCodec> codec = MediaCodec::CreateByType(mLooper, "audio/flac", false, &err);
+    ASSERT_NE(nullptr, codec.get());
+    sp<AMessage> format;
+    EXPECT_NE(OK, codec->getOutputFormat(&format));  // not configured
+    EXPECT_NE(OK, codec->start());                   // not configured
+
+    format = new AMessage;
+    format->setString("mime", "audio/flac");
+    format->setInt32("sample-rate", 44100);
+    format->setInt32("channel-count", 2);
+    ASSERT_EQ(OK, codec->configure(format, NULL, NULL, 0));
+    EXPECT_NE(OK, codec->configure(format, NULL, NULL, 0));  // twice
+    EXPECT_NE(OK, codec->start());  // no callback: only asynchronous mode exists
+
+    sp<MediaCodecBuffer> buffer;
+    EXPECT_NE(OK, codec->getInputBuffer(0, &buffer));
+    EXPECT_EQ(nullptr, buffer.get());
+    EXPECT_NE(OK, codec->queueInputBuffer(0, 0, 0, 0, 0));
+    EXPECT_NE(OK, codec->releaseOutputBuffer(0));
+    EXPECT_EQ(OK, codec->release());
+}
+
+}  // namespace
+}  // namespace android
