@@ -132,15 +132,14 @@ struct CodecClient : public AHandler {
     }
 
     void shutdown() {
-        if (mCodec != NULL) {
-            mCodec->release();
-            mCodec.clear();
-        }
+        if (mCodec != NULL) mCodec->release();
         if (mLooper != NULL) {
             mLooper->unregisterHandler(id());
             mLooper->stop();
         }
         if (mCodecLooper != NULL) mCodecLooper->stop();
+        // Only now: callbacks still queued on the client's looper use it.
+        mCodec.clear();
     }
 
     std::vector<uint8_t> pcm() const { Mutex::Autolock l(mLock); return mPcm; }
