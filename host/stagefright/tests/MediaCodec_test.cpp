@@ -204,9 +204,7 @@ TEST_F(CodecTest, OutputTimesFollowTheDecodedFrames) {
     }
 }
 
-// Disabled: under load (four copies at once on two cores) it stalls waiting
-// for output after a flush and start; not yet explained.
-TEST_F(CodecTest, DISABLED_FlushAndStartResumeAtTheNewPosition) {
+TEST_F(CodecTest, FlushAndStartResumeAtTheNewPosition) {
     sp<CodecClient> client = new CodecClient;
     ASSERT_EQ(OK, client->open(fixturePath("flac16.flac"), 0, 2));
     ASSERT_EQ(OK, client->start());
