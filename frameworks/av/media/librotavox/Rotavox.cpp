@@ -187,6 +187,9 @@ void Rotavox::reset_l() {
     // is paused.
     if ((mFlags & AUDIO_RUNNING) && mAudioTrack != NULL) {
         mAudioTrack->pause();
+        // As in pause_l: a callback already inside read() must find the
+        // output paused when the paused source hands it nothing.
+        mAudioPaused = true;
         mSource->pause();
         mSource->stop();
         mAudioTrack->stop();
