@@ -33,6 +33,10 @@ int64_t RotavoxSource::totalDecodedFrames() {
     return sDecodedFrames.load(std::memory_order_relaxed);
 }
 
+static int systemTimeOfDay(struct timeval* tv, void* tz) {
+    return gettimeofday(tv, (struct timezone*)tz);
+}
+
 static int64_t absDiff(int64_t a, int64_t b) {
     return a > b ? a - b : b - a;
 }
@@ -482,6 +486,7 @@ RotavoxSource::RotavoxSource(const sp<MediaSource>& source, const char* cachePar
       mLastDecodedUs(-1),
       mLastBackfillRequestTime(-1),
       mLastBackfillRequestPosUs(-1),
+      mGetTimeOfDay(&systemTimeOfDay),
       mCachePrerollUs(kDefaultCachePrerollUs),
       mCacheHighWaterUs(kDefaultCacheHighWaterUs),
       mCacheLowWaterUs(kDefaultCacheLowWaterUs),
@@ -680,7 +685,7 @@ status_t RotavoxSource::updateCacheIfNecessary_l(int64_t positionUs) {
     // The stamp is deliberately kept as a signed 16-bit value of the wall
     // clock in microseconds, so it wraps every 65536 us.
     struct timeval tv;
-    gettimeofday(&tv, NULL);
+    mGetTimeOfDay(&tv, NULL);
     const int32_t now32 = (int32_t)((uint32_t)tv.tv_sec * 1000000u + (uint32_t)tv.tv_usec);
     const int64_t now = (int16_t)now32;
     if (now < mLastBackfillRequestTime + 50000 &&

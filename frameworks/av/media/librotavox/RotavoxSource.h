@@ -8,6 +8,7 @@
 #define ROTAVOX_SOURCE_H_
 
 #include <stdint.h>
+#include <sys/time.h>
 
 #include <atomic>
 
@@ -201,6 +202,8 @@ private:
     int64_t mLastDecodedUs;
     int64_t mLastBackfillRequestTime;
     int64_t mLastBackfillRequestPosUs;
+    // Wall clock behind the backfill throttle's stamp; tests put in their own.
+    int (*mGetTimeOfDay)(struct timeval*, void*);
     int64_t mCachePrerollUs;
     int64_t mCacheHighWaterUs;
     int64_t mCacheLowWaterUs;

@@ -129,6 +129,13 @@ public:
         Mutex::Autolock l(s->mLock);
         return s->mLastBackfillRequestPosUs;
     }
+    // For a caller that already holds the source's lock.
+    int64_t lastBackfillRequestPosUs_l() { return s->mLastBackfillRequestPosUs; }
+    int64_t lastBackfillRequestTime_l() { return s->mLastBackfillRequestTime; }
+    void setTimeOfDay(int (*getTimeOfDay)(struct timeval*, void*)) {
+        Mutex::Autolock l(s->mLock);
+        s->mGetTimeOfDay = getTimeOfDay;
+    }
     std::vector<int64_t> cacheTimes() {
         Mutex::Autolock l(s->mLock);
         return MediaBufferCacheInspector(s->mCache).times();
