@@ -5,7 +5,9 @@
 #include <stdio.h>
 #include <strings.h>
 
+#include <chrono>
 #include <cmath>
+#include <thread>
 
 #include <media/stagefright/MediaErrors.h>
 #include <media/stagefright/NuMediaExtractor.h>
@@ -13,6 +15,7 @@
 #include <media/stagefright/foundation/AString.h>
 
 #include "Rotavox.h"
+#include "RotavoxSource.h"
 
 using namespace android;
 
@@ -75,6 +78,27 @@ bool Renderer::probe(const std::string& file, RenderResult* result) {
     return true;
 }
 
+// A freewheeling reader is many times faster than real time, faster than the
+// decoder behind it: at the tail of the cache the source hands out its last
+// buffer again, as it must for a late decoder on a real device, and the
+// render would depend on scheduling.  Waiting here for the decode chains to
+// finish, and for a seek to be carried out, makes every freewheeling render
+// the one a fast enough machine plays.
+// The engine has nothing to wait on, so this polls.
+void Renderer::waitForDecoders() {
+    if (!mFreewheel || mDecoderWaitGivenUp) return;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (android::RotavoxSource::pendingCacheWork() > 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            fprintf(stderr, "\rrotavox-play: the decoder is still busy after 10 s; "
+                            "rendering on without waiting for it\n");
+            mDecoderWaitGivenUp = true;
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
 void Renderer::onPeriod(const HostAudioPeriod& period) {
     std::unique_lock<std::mutex> l(mLock);
     mDeliveredFrames = period.deliveredFrames;
@@ -105,6 +129,10 @@ void Renderer::onPeriod(const HostAudioPeriod& period) {
     // freewheeling sink would otherwise go on writing the last buffer for as
     // long as the scheduler keeps the main thread away.
     mCond.wait(l, [&] { return mEnded || (!mEndOfData && mDeliveredFrames < mHoldAtFrames); });
+    if (!mEnded) {
+        l.unlock();
+        waitForDecoders();
+    }
 }
 
 void Renderer::apply(const TransportOp& op, RenderResult* result) {
@@ -148,6 +176,7 @@ bool Renderer::run(const RenderOptions& options, RenderResult* result) {
         return false;
     }
     mProgress = options.progress;
+    mFreewheel = options.freewheel;
     mDurationUs = result->durationUs;
     const uint32_t rate = result->sampleRate;
 
@@ -245,6 +274,9 @@ bool Renderer::run(const RenderOptions& options, RenderResult* result) {
             }
         }
         const TransportOp op = ops[next++];
+        // An operation may start the output (its first period comes before
+        // any hook) or follow a seek still on its way to the cache.
+        waitForDecoders();
         apply(op, result);
         {
             std::lock_guard<std::mutex> l(mLock);

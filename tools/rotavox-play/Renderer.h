@@ -63,9 +63,14 @@ private:
     bool probe(const std::string& file, RenderResult* result);
     void apply(const TransportOp& op, RenderResult* result);
     void printProgress(const RenderResult& result, bool final);
+    void waitForDecoders();
 
     android::Rotavox* mPlayer = nullptr;
     bool mProgress = false;
+    // Offline renders wait for the engine's decoder before each period, so
+    // that a reader faster than real time never meets the cache's tail.
+    bool mFreewheel = false;
+    bool mDecoderWaitGivenUp = false;
 
     std::mutex mLock;  // guards everything below
     std::condition_variable mCond;

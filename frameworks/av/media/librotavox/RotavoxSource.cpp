@@ -22,6 +22,7 @@ static const char* kCacheParamsProperty = "media.rotavox.cache-params";
 
 static std::atomic<int64_t> sDataWaits(0);
 static std::atomic<int64_t> sDecodedFrames(0);
+static std::atomic<int64_t> sPendingCacheWork(0);
 
 // static
 int64_t RotavoxSource::totalDataWaits() {
@@ -31,6 +32,17 @@ int64_t RotavoxSource::totalDataWaits() {
 // static
 int64_t RotavoxSource::totalDecodedFrames() {
     return sDecodedFrames.load(std::memory_order_relaxed);
+}
+
+// static
+int64_t RotavoxSource::pendingCacheWork() {
+    return sPendingCacheWork.load(std::memory_order_acquire);
+}
+
+void RotavoxSource::setDecoding(bool decoding) {
+    if (mDecoding.exchange(decoding, std::memory_order_acq_rel) != decoding) {
+        sPendingCacheWork.fetch_add(decoding ? 1 : -1, std::memory_order_acq_rel);
+    }
 }
 
 static int systemTimeOfDay(struct timeval* tv, void* tz) {
@@ -487,6 +499,7 @@ RotavoxSource::RotavoxSource(const sp<MediaSource>& source, const char* cachePar
       mLastBackfillRequestTime(-1),
       mLastBackfillRequestPosUs(-1),
       mGetTimeOfDay(&systemTimeOfDay),
+      mPendingPositions(0),
       mCachePrerollUs(kDefaultCachePrerollUs),
       mCacheHighWaterUs(kDefaultCacheHighWaterUs),
       mCacheLowWaterUs(kDefaultCacheLowWaterUs),
@@ -526,6 +539,9 @@ RotavoxSource::~RotavoxSource() {
     // No decode request may run while the members go away.
     mLooper->stop();
     mLooper->unregisterHandler(mReflector->id());
+    // Work cut off by the stop no longer counts.
+    setDecoding(false);
+    sPendingCacheWork.fetch_sub(mPendingPositions.exchange(0), std::memory_order_acq_rel);
     mSource.clear();
     delete mCache;
     mCache = NULL;
@@ -604,8 +620,17 @@ status_t RotavoxSource::read(MediaBufferBase** buffer, const ReadOptions* /* opt
 status_t RotavoxSource::setPosition(int64_t positionUs) {
     sp<AMessage> msg = new AMessage(kWhatPosition, mReflector);
     msg->setInt64("position", positionUs);
-    msg->post();
+    mPendingPositions.fetch_add(1, std::memory_order_acq_rel);
+    sPendingCacheWork.fetch_add(1, std::memory_order_acq_rel);
+    if (msg->post() != OK) {
+        positionDone();
+    }
     return OK;
+}
+
+void RotavoxSource::positionDone() {
+    mPendingPositions.fetch_sub(1, std::memory_order_acq_rel);
+    sPendingCacheWork.fetch_sub(1, std::memory_order_acq_rel);
 }
 
 status_t RotavoxSource::forward(int /* unused */) {
@@ -646,7 +671,7 @@ void RotavoxSource::restartCache_l(int64_t positionUs) {
     mCacheStartTimeUs = mCache->getCacheStartTimeUs();
     mCacheEndTimeUs = mCache->getCacheEndTimeUs();
     mSeekTimeUs = mCachePrerollUs < positionUs ? positionUs - mCachePrerollUs : 0;
-    mDecoding.store(true, kRelaxed);
+    setDecoding(true);
     postDecode_l();
 }
 
@@ -669,7 +694,7 @@ status_t RotavoxSource::updateCacheIfNecessary_l(int64_t positionUs) {
 
     if (!decoding && endUs - mCacheLowWaterUs <= positionUs) {
         // Resume where the decoder stopped; the cache grows at its end.
-        mDecoding.store(true, kRelaxed);
+        setDecoding(true);
         mDecodeGeneration.fetch_add(1, kRelaxed);
         postDecode_l();
         return OK;
@@ -697,7 +722,7 @@ status_t RotavoxSource::updateCacheIfNecessary_l(int64_t positionUs) {
     mLastBackfillRequestTime = now;
     mLastBackfillRequestPosUs = positionUs;
     mDecodeGeneration.fetch_add(1, kRelaxed);
-    mDecoding.store(true, kRelaxed);
+    setDecoding(true);
     mSeekTimeUs = startUs > mCachePrerollUs ? startUs - mCachePrerollUs : 0;
     postDecode_l();
     return OK;
@@ -706,22 +731,26 @@ status_t RotavoxSource::updateCacheIfNecessary_l(int64_t positionUs) {
 void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
     switch (msg->what()) {
         case kWhatPosition: {
-            Mutex::Autolock autoLock(mLock);
-            int64_t positionUs;
-            RV_CHECK("RotavoxSource", 854, msg->findInt64("position", &positionUs));
-            const int64_t lastUs = mLastAccessPosUs.load(kRelaxed);
-            if (lastUs >= 1 && absDiff(positionUs, lastUs) < 300000) {
-                break;
+            {
+                Mutex::Autolock autoLock(mLock);
+                int64_t positionUs;
+                RV_CHECK("RotavoxSource", 854, msg->findInt64("position", &positionUs));
+                const int64_t lastUs = mLastAccessPosUs.load(kRelaxed);
+                if (!(lastUs >= 1 && absDiff(positionUs, lastUs) < 300000)) {
+                    mCache->setNextReadPosUs(positionUs);
+                    mLastAccessPosUs.store(positionUs, kRelaxed);
+                    updateCacheIfNecessary_l(mCache->mReadPosUs);
+                }
             }
-            mCache->setNextReadPosUs(positionUs);
-            mLastAccessPosUs.store(positionUs, kRelaxed);
-            updateCacheIfNecessary_l(mCache->mReadPosUs);
+            // After the decode request it may have made, so that the count of
+            // pending work never passes through 0 in between.
+            positionDone();
             break;
         }
 
         case kWhatDecode: {
             if (mFinalStatus.load(kRelaxed) != OK) {
-                mDecoding.store(false, kRelaxed);
+                setDecoding(false);
             }
             if (!mDecoding.load(kRelaxed)) {
                 break;
@@ -743,7 +772,7 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                 Mutex::Autolock sourceLock(mSourceLock);
                 mInputBuffer = NULL;
                 if (!mSourceStarted) {
-                    mDecoding.store(false, kRelaxed);
+                    setDecoding(false);
                     break;
                 }
                 // Without mLock, so that decoding and playback never wait on
@@ -763,10 +792,10 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                     postDecode_l();
                 } else if (result == ERROR_END_OF_STREAM) {
                     // The cache drains; playback ends at its tail.
-                    mDecoding.store(false, kRelaxed);
+                    setDecoding(false);
                 } else if (result != OK) {
                     ALOGE("upstream read failed (%d), decoding stops", result);
-                    mDecoding.store(false, kRelaxed);
+                    setDecoding(false);
                     mFinalStatus.store(UNKNOWN_ERROR, kRelaxed);
                 } else if (mSeekTimeUs >= 0 && mSeekTimeUs != seekUs) {
                     // A new seek came in during the read; its own request
@@ -788,7 +817,7 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                         if (mDecoding.load(kRelaxed) &&
                                 timeUs - mLastAccessPosUs.load(kRelaxed) > mCacheHighWaterUs) {
                             ALOGI("Cache full, done decoding for now");
-                            mDecoding.store(false, kRelaxed);
+                            setDecoding(false);
                             if (mCache->isReadBufferInvalid()) {
                                 ALOGE("done decoding, but read buffer is invalid");
                                 mFinalStatus.store(UNKNOWN_ERROR, kRelaxed);
