@@ -70,6 +70,7 @@ Rotavox::Rotavox()
       mAudioTrackIndex((size_t)-1),
       mInputBuffer(NULL),
       mAudioPaused(false),
+      mAudioPauses(0),
       mDurationUs(-1),
       mFlags(0),
       mIsAsyncPrepare(false),
@@ -190,6 +191,7 @@ void Rotavox::reset_l() {
         // As in pause_l: a callback already inside read() must find the
         // output paused when the paused source hands it nothing.
         mAudioPaused = true;
+        ++mAudioPauses;
         mSource->pause();
         mSource->stop();
         mAudioTrack->stop();
@@ -588,8 +590,12 @@ size_t Rotavox::fillBuffer(void* data, size_t size) {
     for (;;) {
         if (mInputBuffer == NULL) {
             MediaBufferBase* buffer = NULL;
+            const uint32_t pausesBefore = mAudioPauses.load();
             status_t err = mSource->read(&buffer, &options);
             mInputBuffer = static_cast<MediaBuffer*>(buffer);
+            // Paused now, or paused at some point during the read and
+            // already playing again.
+            const bool pausedDuringRead = mAudioPaused || mAudioPauses.load() != pausesBefore;
 
             if (err == WOULD_BLOCK) {
                 if (mAudioPaused) {
@@ -603,7 +609,7 @@ size_t Rotavox::fillBuffer(void* data, size_t size) {
                 // The end of the data, or a failure: a fill that meets it
                 // reports nothing, even what it had copied.
                 return 0;
-            } else if (err == OK && mInputBuffer == NULL && mAudioPaused) {
+            } else if (err == OK && mInputBuffer == NULL && pausedDuringRead) {
                 return 0;
             } else {
                 RV_CHECK("Rotavox", 447,
@@ -717,6 +723,7 @@ status_t Rotavox::pause_l() {
         // when the track paused gets OK without a buffer from the paused
         // source, and must then see the output paused rather than abort.
         mAudioPaused = true;
+        ++mAudioPauses;
         mSource->pause();
         modifyFlags(AUDIO_RUNNING, CLEAR);
     }

@@ -28,7 +28,7 @@ struct NuMediaExtractor;
 //
 // Threads: Java callers (public operations, which take mLock), the queue's
 // thread (prepare event, watchdog) and the AudioTrack callback thread, which
-// takes no lock and touches only mSource, mInputBuffer and mAudioPaused.
+// takes no lock and touches only mSource, mInputBuffer, mAudioPaused and mAudioPauses.
 class Rotavox {
 public:
     enum {
@@ -117,6 +117,10 @@ private:
     sp<AudioTrack> mAudioTrack;
     MediaBuffer* mInputBuffer;  // audio callback thread only, until reset
     std::atomic<bool> mAudioPaused;
+    // Counts the times the output was paused.  The callback compares it
+    // around each read: a read that a pause ended may come back after a new
+    // play has already cleared mAudioPaused.
+    std::atomic<uint32_t> mAudioPauses;
     std::atomic<int64_t> mDurationUs;
     std::atomic<uint32_t> mFlags;
     sp<TimedEventQueue::Event> mAsyncPrepareEvent;
