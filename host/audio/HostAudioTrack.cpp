@@ -288,6 +288,7 @@ void HostAudioTrack::threadLoop() {
             period.requestedFrames = mPeriodFrames;
             period.writtenFrames = writtenFrames;
             period.sampleRate = mSampleRate;
+            period.data = mBuffer.data();
             (*hook)(period);
         }
     }
