@@ -34,11 +34,13 @@ bool PlayerDriver::open(std::string* error) {
     mPlayer.reset(new Rotavox);
     mSetDataSourceAt = Clock::now();
     status_t err = mPlayer->setDataSource(mPath.c_str());
+    mSetDataSourceDoneAt = Clock::now();
     if (err != OK) {
         *error = "setDataSource(" + mPath + ") failed: " + std::to_string(err);
         return false;
     }
     err = mPlayer->prepare();
+    mPrepareDoneAt = Clock::now();
     if (err != OK) {
         *error = "prepare(" + mPath + ") failed: " + std::to_string(err);
         return false;

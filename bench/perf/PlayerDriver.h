@@ -47,6 +47,9 @@ public:
     android::Rotavox& player() { return *mPlayer; }
     // When open() called setDataSource.
     Clock::time_point setDataSourceAt() const { return mSetDataSourceAt; }
+    // When setDataSource and prepare returned.
+    Clock::time_point setDataSourceDoneAt() const { return mSetDataSourceDoneAt; }
+    Clock::time_point prepareDoneAt() const { return mPrepareDoneAt; }
     int64_t durationUs() const { return mDurationUs; }
 
     // A signed speed the way an application's gesture gives it: forward(p)
@@ -85,6 +88,8 @@ private:
     PeriodAction mAction;
     int64_t mDurationUs = -1;
     Clock::time_point mSetDataSourceAt;
+    Clock::time_point mSetDataSourceDoneAt;
+    Clock::time_point mPrepareDoneAt;
     const int mChannels = 2;  // the benchmark's tracks are stereo
 
     std::mutex mLock;  // guards everything below
