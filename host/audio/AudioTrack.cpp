@@ -13,8 +13,8 @@ status_t AudioTrack::getMinFrameCount(size_t* frameCount, audio_stream_type_t /*
                                       uint32_t sampleRate) {
     if (frameCount == nullptr) return BAD_VALUE;
     if (sampleRate == 0) return BAD_VALUE;
-    // Double buffering of the host's 240-frame period.
-    *frameCount = 480;
+    // Double buffering of the period a track without flags gets.
+    *frameCount = 2 * defaultPeriodFrames(AUDIO_OUTPUT_FLAG_NONE, sampleRate);
     return NO_ERROR;
 }
 

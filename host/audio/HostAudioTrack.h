@@ -23,6 +23,11 @@
 
 namespace android {
 
+/* Frames per callback when neither the options nor notificationFrames say:
+ * the fast mixer's period for a fast track at the output's rate, the normal
+ * mixer's otherwise. */
+size_t defaultPeriodFrames(audio_output_flags_t flags, uint32_t sampleRate);
+
 class HostAudioTrack : public std::enable_shared_from_this<HostAudioTrack> {
 public:
     struct Params {

@@ -76,7 +76,11 @@ struct MediaCodec::Decoder {
     int mChannels = 0;
     size_t mInputCapacity = kMinInputBufferSize;
 
-    std::deque<Input> mInputs;     // queued by the client, not yet decoded
+    std::deque<Input> mInputs;     // taken over by the looper, not yet decoded
+    // Queued by client threads, not yet taken over (guarded by the codec's
+    // mLock, like mEosQueued).
+    std::deque<Input> mHandoff;
+    bool mEosQueued = false;       // the run's end-of-stream input was queued
     std::vector<uint8_t> mPending;  // converted PCM not yet in output buffers
     size_t mPendingOffset = 0;
     int64_t mPendingTimeUs = 0;    // time of mPending[mPendingOffset]
@@ -87,6 +91,7 @@ struct MediaCodec::Decoder {
 
     ~Decoder() {
         clearInputs();
+        clearHandoff_l();
         swr_free(&mSwr);
         av_channel_layout_uninit(&mSwrLayout);
         av_frame_free(&mFrame);
@@ -96,6 +101,13 @@ struct MediaCodec::Decoder {
     void clearInputs() {
         for (Input &in : mInputs) av_packet_free(&in.mPacket);
         mInputs.clear();
+    }
+
+    // With the codec's mLock held.
+    void clearHandoff_l() {
+        for (Input &in : mHandoff) av_packet_free(&in.mPacket);
+        mHandoff.clear();
+        mEosQueued = false;
     }
 
     void resetRun() {
@@ -327,19 +339,59 @@ status_t MediaCodec::flush() {
     return postAndAwait(new AMessage(kWhatFlush, this));
 }
 
+// Queueing and releasing are done on the caller's thread under mLock rather
+// than as a round trip through the codec's looper: the result is the same
+// (ownership changes before the call returns, the status is synchronous),
+// and a decoded buffer costs four context switches fewer.
 status_t MediaCodec::queueInputBuffer(size_t index, size_t offset, size_t size,
                                       int64_t presentationTimeUs, uint32_t flags,
                                       AString *errorDetailMsg) {
     if (errorDetailMsg != NULL) {
         errorDetailMsg->clear();
     }
-    sp<AMessage> msg = new AMessage(kWhatQueueInputBuffer, this);
-    msg->setSize("index", index);
-    msg->setSize("offset", offset);
-    msg->setSize("size", size);
-    msg->setInt64("timeUs", presentationTimeUs);
-    msg->setInt32("flags", (int32_t)flags);
-    return postAndAwait(msg);
+    status_t err = OK;
+    {
+        Mutex::Autolock autoLock(mLock);
+        if (mState != STARTED) {
+            err = INVALID_OPERATION;
+        } else if (index >= mInputSlots.size() || !mInputSlots[index].mOwnedByClient) {
+            ALOGE("%s: queueInputBuffer of a buffer the client does not own (%zu)",
+                  mComponentName.c_str(), index);
+            err = INVALID_OPERATION;
+        } else if (offset > mInputSlots[index].mBuffer->capacity()
+                || size > mInputSlots[index].mBuffer->capacity() - offset) {
+            ALOGE("%s: queueInputBuffer range [%zu, +%zu) beyond capacity %zu",
+                  mComponentName.c_str(), offset, size, mInputSlots[index].mBuffer->capacity());
+            err = -EINVAL;
+        } else if (mDecoder->mEosQueued) {
+            ALOGE("%s: input after end of stream", mComponentName.c_str());
+            err = INVALID_OPERATION;
+        } else {
+            AVPacket *packet = nullptr;
+            if (size > 0 && !(flags & BUFFER_FLAG_CODECCONFIG)) {
+                packet = av_packet_alloc();
+                if (packet == nullptr || av_new_packet(packet, (int)size) < 0) {
+                    av_packet_free(&packet);
+                    err = NO_MEMORY;
+                } else {
+                    memcpy(packet->data, mInputSlots[index].mBuffer->base() + offset, size);
+                    packet->pts = presentationTimeUs;
+                    packet->dts = presentationTimeUs;
+                }
+            }
+            if (err == OK) {
+                mInputSlots[index].mOwnedByClient = false;
+                mDecoder->mHandoff.push_back({index, packet, flags});
+                if (flags & BUFFER_FLAG_EOS) {
+                    mDecoder->mEosQueued = true;
+                }
+            }
+        }
+    }
+    if (err == OK) {
+        schedulePump();
+    }
+    return err;
 }
 
 status_t MediaCodec::signalEndOfInputStream() {
@@ -348,9 +400,23 @@ status_t MediaCodec::signalEndOfInputStream() {
 }
 
 status_t MediaCodec::releaseOutputBuffer(size_t index) {
-    sp<AMessage> msg = new AMessage(kWhatReleaseOutputBuffer, this);
-    msg->setSize("index", index);
-    return postAndAwait(msg);
+    status_t err = OK;
+    {
+        Mutex::Autolock autoLock(mLock);
+        if (mState != STARTED && mState != FLUSHED) {
+            err = INVALID_OPERATION;
+        } else if (index >= mOutputSlots.size() || !mOutputSlots[index].mOwnedByClient) {
+            ALOGE("%s: releaseOutputBuffer of a buffer the client does not own (%zu)",
+                  mComponentName.c_str(), index);
+            err = INVALID_OPERATION;
+        } else {
+            mOutputSlots[index].mOwnedByClient = false;
+        }
+    }
+    if (err == OK) {
+        schedulePump();
+    }
+    return err;
 }
 
 status_t MediaCodec::getOutputFormat(sp<AMessage> *format) const {
@@ -485,84 +551,9 @@ void MediaCodec::onMessageReceived(const sp<AMessage> &msg) {
                 mInputBase = 0;
                 mOutputBase = 0;
                 mCallback.clear();
+                mDecoder.reset(new Decoder);
             }
-            mDecoder.reset(new Decoder);
             replyStatus(msg, OK);
-            break;
-        }
-        case kWhatQueueInputBuffer: {
-            size_t index = 0, offset = 0, size = 0;
-            int64_t timeUs = 0;
-            int32_t flags = 0;
-            msg->findSize("index", &index);
-            msg->findSize("offset", &offset);
-            msg->findSize("size", &size);
-            msg->findInt64("timeUs", &timeUs);
-            msg->findInt32("flags", &flags);
-            status_t err = OK;
-            AVPacket *packet = nullptr;
-            {
-                Mutex::Autolock autoLock(mLock);
-                if (mState != STARTED) {
-                    err = INVALID_OPERATION;
-                } else if (index >= mInputSlots.size() || !mInputSlots[index].mOwnedByClient) {
-                    ALOGE("%s: queueInputBuffer of a buffer the client does not own (%zu)",
-                          mComponentName.c_str(), index);
-                    err = INVALID_OPERATION;
-                } else if (offset > mInputSlots[index].mBuffer->capacity()
-                        || size > mInputSlots[index].mBuffer->capacity() - offset) {
-                    ALOGE("%s: queueInputBuffer range [%zu, +%zu) beyond capacity %zu",
-                          mComponentName.c_str(), offset, size,
-                          mInputSlots[index].mBuffer->capacity());
-                    err = -EINVAL;
-                } else if (mDecoder->mSentEos
-                        || (!mDecoder->mInputs.empty()
-                            && (mDecoder->mInputs.back().mFlags & BUFFER_FLAG_EOS))) {
-                    ALOGE("%s: input after end of stream", mComponentName.c_str());
-                    err = INVALID_OPERATION;
-                } else {
-                    if (size > 0 && !(flags & BUFFER_FLAG_CODECCONFIG)) {
-                        packet = av_packet_alloc();
-                        if (packet == nullptr || av_new_packet(packet, (int)size) < 0) {
-                            av_packet_free(&packet);
-                            err = NO_MEMORY;
-                        } else {
-                            memcpy(packet->data, mInputSlots[index].mBuffer->base() + offset,
-                                   size);
-                            packet->pts = timeUs;
-                            packet->dts = timeUs;
-                        }
-                    }
-                    if (err == OK) {
-                        mInputSlots[index].mOwnedByClient = false;
-                    }
-                }
-            }
-            if (err == OK) {
-                mDecoder->mInputs.push_back({index, packet, (uint32_t)flags});
-                schedulePump();
-            }
-            replyStatus(msg, err);
-            break;
-        }
-        case kWhatReleaseOutputBuffer: {
-            size_t index = 0;
-            msg->findSize("index", &index);
-            status_t err = OK;
-            {
-                Mutex::Autolock autoLock(mLock);
-                if (mState != STARTED && mState != FLUSHED) {
-                    err = INVALID_OPERATION;
-                } else if (index >= mOutputSlots.size() || !mOutputSlots[index].mOwnedByClient) {
-                    ALOGE("%s: releaseOutputBuffer of a buffer the client does not own (%zu)",
-                          mComponentName.c_str(), index);
-                    err = INVALID_OPERATION;
-                } else {
-                    mOutputSlots[index].mOwnedByClient = false;
-                }
-            }
-            if (err == OK) schedulePump();
-            replyStatus(msg, err);
             break;
         }
         case kWhatPump: {
@@ -748,6 +739,7 @@ void MediaCodec::dropDecoderState() {
 void MediaCodec::onStop() {
     dropDecoderState();
     Mutex::Autolock autoLock(mLock);
+    mDecoder->clearHandoff_l();
     ++mGeneration;
     mPumpPending = false;
     resetSlots_l();
@@ -757,6 +749,7 @@ void MediaCodec::onStop() {
 void MediaCodec::onFlush() {
     dropDecoderState();
     Mutex::Autolock autoLock(mLock);
+    mDecoder->clearHandoff_l();
     ++mGeneration;
     mPumpPending = false;
     resetSlots_l();
@@ -883,6 +876,9 @@ bool MediaCodec::pumpOnce() {
         Mutex::Autolock autoLock(mLock);
         if (mState != STARTED || mCallback == NULL) {
             return false;
+        }
+        if (d->mInputs.empty()) {
+            d->mInputs.swap(d->mHandoff);
         }
     }
     if (d->mPendingOffset < d->mPending.size()) {

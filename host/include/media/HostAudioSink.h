@@ -67,6 +67,8 @@ struct HostAudioPeriod {
     size_t requestedFrames;   // asked of this callback
     size_t writtenFrames;     // delivered by this callback
     uint32_t sampleRate;      // the track's
+    const void* data;         // the writtenFrames frames this callback
+                              // delivered, valid during the hook only
 };
 
 /* Runs on the track's thread after each callback, without any track lock

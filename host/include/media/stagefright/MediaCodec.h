@@ -119,8 +119,6 @@ private:
         kWhatStop               = 'stop',
         kWhatRelease            = 'rele',
         kWhatFlush              = 'flus',
-        kWhatQueueInputBuffer   = 'queI',
-        kWhatReleaseOutputBuffer = 'relO',
         kWhatPump               = 'pump',
     };
 
