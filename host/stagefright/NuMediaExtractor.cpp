@@ -429,9 +429,10 @@ status_t NuMediaExtractor::openDemuxer_l(const sp<DataSource> &source) {
             format->setInt32("sample-rate", par->sample_rate);
             format->setInt32("channel-count", par->ch_layout.nb_channels);
             if (par->ch_layout.order == AV_CHANNEL_ORDER_NATIVE) {
-                // The platform's channel masks are the WAVE masks shifted
-                // by two (AUDIO_CHANNEL_OUT_*).
-                format->setInt32("channel-mask", (int32_t)(par->ch_layout.u.mask << 2));
+                // Native AUDIO_CHANNEL_OUT_* masks are the WAVE masks as
+                // they stand (stereo 0x3); only Java's AudioFormat shifts
+                // them by two.
+                format->setInt32("channel-mask", (int32_t)par->ch_layout.u.mask);
             }
             if (par->bit_rate > 0) {
                 format->setInt32("bitrate", (int32_t)std::min<int64_t>(par->bit_rate, INT32_MAX));

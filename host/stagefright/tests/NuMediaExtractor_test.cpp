@@ -101,6 +101,12 @@ TEST_P(FormatTest, ReportsTheTrack) {
     EXPECT_EQ(c.rate, rate);
     EXPECT_TRUE(format->findInt32("channel-count", &channels));
     EXPECT_EQ(c.channels, channels);
+    // Where the container names its channels, the mask is the native one:
+    // mono front centre 0x4, stereo front left and right 0x3, 5.1 0x3f.
+    int32_t mask = 0;
+    if (format->findInt32("channel-mask", &mask)) {
+        EXPECT_EQ(c.channels == 1 ? 0x4 : c.channels == 2 ? 0x3 : 0x3f, mask);
+    }
     EXPECT_TRUE(format->findInt64("durationUs", &durationUs));
     EXPECT_NEAR(c.durationUs, durationUs, c.toleranceUs);
     EXPECT_TRUE(format->findInt32("max-input-size", &maxInputSize));

@@ -193,6 +193,7 @@ void Rotavox::reset_l() {
         mAudioPaused = true;
         ++mAudioPauses;
         mSource->pause();
+        ++mAudioPauses;
         mSource->stop();
         mAudioTrack->stop();
     }
@@ -725,6 +726,9 @@ status_t Rotavox::pause_l() {
         mAudioPaused = true;
         ++mAudioPauses;
         mSource->pause();
+        // Once more after: a callback that took its count between the two
+        // still sees it change.
+        ++mAudioPauses;
         modifyFlags(AUDIO_RUNNING, CLEAR);
     }
 

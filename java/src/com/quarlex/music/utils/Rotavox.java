@@ -31,7 +31,11 @@ public class Rotavox implements AutoCloseable {
     private long mNativeData64;
 
     // The engine does not guard its teardown against a call in flight on
-    // another thread, so release() waits for running calls and excludes new ones.
+    // another thread, and it reads its source and output without a lock in
+    // getPosition and in the pause of a zero rate: a reset, a new data source
+    // or a zero rate beside another call could free or restart what those
+    // read.  So every call takes this lock exclusively, except the position
+    // query, which only reads and shares it.
     private final ReentrantReadWriteLock mReleaseLock = new ReentrantReadWriteLock();
 
     public Rotavox() {
@@ -43,31 +47,31 @@ public class Rotavox implements AutoCloseable {
         if (path == null) {
             throw new IllegalArgumentException("path must not be null");
         }
-        mReleaseLock.readLock().lock();
+        mReleaseLock.writeLock().lock();
         try {
             return nativeSetDataSource(path);
         } finally {
-            mReleaseLock.readLock().unlock();
+            mReleaseLock.writeLock().unlock();
         }
     }
 
     /** Prepares synchronously: builds the decoder and the audio output. */
     public int prepare() {
-        mReleaseLock.readLock().lock();
+        mReleaseLock.writeLock().lock();
         try {
             return nativePrepare();
         } finally {
-            mReleaseLock.readLock().unlock();
+            mReleaseLock.writeLock().unlock();
         }
     }
 
     /** Prepares on the engine's own thread and returns at once. */
     public int prepareAsync() {
-        mReleaseLock.readLock().lock();
+        mReleaseLock.writeLock().lock();
         try {
             return nativePrepareAsync();
         } finally {
-            mReleaseLock.readLock().unlock();
+            mReleaseLock.writeLock().unlock();
         }
     }
 
@@ -76,31 +80,31 @@ public class Rotavox implements AutoCloseable {
      * A position at or past the end of the track is ignored.
      */
     public int seekTo(long positionMs) {
-        mReleaseLock.readLock().lock();
+        mReleaseLock.writeLock().lock();
         try {
             return nativeSetPosition(positionMs);
         } finally {
-            mReleaseLock.readLock().unlock();
+            mReleaseLock.writeLock().unlock();
         }
     }
 
     /** Plays forward at the given speed (thousandths); 0 holds the record still. */
     public int forward(int permille) {
-        mReleaseLock.readLock().lock();
+        mReleaseLock.writeLock().lock();
         try {
             return nativeForward(permille);
         } finally {
-            mReleaseLock.readLock().unlock();
+            mReleaseLock.writeLock().unlock();
         }
     }
 
     /** Plays backward at the given speed (thousandths); 0 holds the record still. */
     public int rewind(int permille) {
-        mReleaseLock.readLock().lock();
+        mReleaseLock.writeLock().lock();
         try {
             return nativeRewind(permille);
         } finally {
-            mReleaseLock.readLock().unlock();
+            mReleaseLock.writeLock().unlock();
         }
     }
 
@@ -109,21 +113,21 @@ public class Rotavox implements AutoCloseable {
      * {@link #forward(int)} or {@link #rewind(int)}; 0 pauses.
      */
     public int setPlaybackRatePermille(int permille) {
-        mReleaseLock.readLock().lock();
+        mReleaseLock.writeLock().lock();
         try {
             return nativeSetPlaybackRatePermille(permille);
         } finally {
-            mReleaseLock.readLock().unlock();
+            mReleaseLock.writeLock().unlock();
         }
     }
 
     /** Stops playback and forgets the data source; the player can be reused. */
     public void reset() {
-        mReleaseLock.readLock().lock();
+        mReleaseLock.writeLock().lock();
         try {
             nativeReset();
         } finally {
-            mReleaseLock.readLock().unlock();
+            mReleaseLock.writeLock().unlock();
         }
     }
 
@@ -166,7 +170,7 @@ public class Rotavox implements AutoCloseable {
     @Override
     protected void finalize() throws Throwable {
         try {
-            nativeFinalize();
+            release();
         } finally {
             super.finalize();
         }
