@@ -231,6 +231,8 @@ status_t Rotavox::setDataSource(int fd, int64_t offset, int64_t length) {
 
 status_t Rotavox::setDataSource(const char* path) {
     if (path == NULL) {
+        // Refused before the lock and without a reset; the line says why.
+        ALOGE("setDataSource: null path");
         return UNKNOWN_ERROR;
     }
     Mutex::Autolock autoLock(mLock);
