@@ -15,6 +15,7 @@
 #include <deque>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <mutex>
 #include <thread>
 #include <string>
@@ -370,7 +371,11 @@ TEST_F(RotavoxTest, EveryBadInputAnswersWithAStatusAndALogLineAndLosesNothing) {
          [&](Rotavox& r) {
              const std::string tmp = ::testing::TempDir() + "rotavox-wronly";
              int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-             status_t err = r.setDataSource(fd, 0, 100);
+             // A whole FLAC file behind it: only the access mode is wrong.
+             std::ifstream in(flac, std::ios::binary);
+             std::string bytes((std::istreambuf_iterator<char>(in)), {});
+             EXPECT_EQ((ssize_t)bytes.size(), write(fd, bytes.data(), bytes.size()));
+             status_t err = r.setDataSource(fd, 0, flacBytes);
              close(fd);
              unlink(tmp.c_str());
              return err;
