@@ -815,12 +815,14 @@ status_t Rotavox::rewind(int permille) {
 }
 
 status_t Rotavox::setPlaybackRatePermille(int permille) {
+    Mutex::Autolock autoLock(mLock);
     if (permille == 0) {
-        // Deliberately outside the lock, as the application's contract has
-        // always had it.
+        // Under the lock like every other pause: run beside a play or a
+        // reset on another thread, an unlocked pause could clear PLAYING
+        // after the output started (the next play then aborts on
+        // AUDIO_RUNNING) or read the track while a reset drops it.
         (void)pause_l();
     }
-    Mutex::Autolock autoLock(mLock);
     return setPlaybackRatePermille_l(permille);
 }
 

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -557,6 +558,43 @@ TEST_F(RotavoxTest, RegularCallsKeepTheWatchdogQuiet) {
         std::this_thread::sleep_for(100ms);
     }
     EXPECT_EQ(0, mLog.count("Rotavox", "no call from app"));
+}
+
+// The application may call from any thread.  A zero rate pauses while other
+// threads start playback and reset: the play state must stay whole (playing
+// exactly when the output runs) and the next play must not find the output
+// already running, which is fatal.
+TEST_F(RotavoxTest, ZeroRateRacingPlayAndResetKeepsThePlayStateWhole) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    std::atomic<bool> stop{false};
+    std::thread pauser([&] {
+        while (!stop.load()) player.setPlaybackRatePermille(0);
+    });
+    std::thread seeker([&] {
+        for (int i = 0; !stop.load(); ++i) {
+            if (i % 50 == 0) {
+                player.reset();
+                player.setDataSource(fixture("wav16.wav").c_str());
+                player.prepare();
+            } else {
+                player.setPosition(i % 2000);
+            }
+        }
+    });
+    for (int i = 0; i < 200000; ++i) {
+        (i % 2 ? player.forward(1000 + i % 500) : player.rewind(700));
+    }
+    stop.store(true);
+    pauser.join();
+    seeker.join();
+    const uint32_t flags = peer.flags();
+    EXPECT_EQ((bool)(flags & Rotavox::PLAYING), (bool)(flags & Rotavox::AUDIO_RUNNING))
+            << "flags 0x" << std::hex << flags;
+    EXPECT_EQ(OK, player.forward(1000));
+    EXPECT_TRUE(peer.flags() & Rotavox::AUDIO_RUNNING);
 }
 
 TEST_F(RotavoxTest, ResetReturnsToIdle) {
