@@ -57,8 +57,10 @@ std::string SoakRunner::pickFile(uint64_t r) const {
     return mFiles[r % mFiles.size()];
 }
 
-void SoakRunner::call(int index, Slot& slot, uint64_t r, uint64_t arg) {
+void SoakRunner::call(int index, int slotIndex, uint64_t r, uint64_t arg) {
     Activity& activity = *mActivity[index];
+    Slot& slot = *mSlots[slotIndex];
+    activity.player.store(slotIndex);
     const int op = (int)(r % 100);
     status_t err = OK;
     auto begin = [&](const char* what) {
@@ -138,7 +140,7 @@ void SoakRunner::worker(int index, uint64_t seed) {
     while (!mStop) {
         l.unlock();
         const uint64_t r = rng(), arg = rng();
-        call(index, *mSlots[r / 100 % mSlots.size()], r, arg);
+        call(index, (int)(r / 100 % mSlots.size()), r, arg);
         l.lock();
         // A human pace between calls: up to 30 ms, cut short by the end.
         mStopped.wait_for(l, std::chrono::milliseconds(rng() % 31), [&] { return mStop; });
@@ -159,17 +161,25 @@ void SoakRunner::watchdog() {
         }
         log.clear();
         const int64_t now = nowUs();
+        bool stuck = false;
         for (size_t i = 0; i < mActivity.size(); ++i) {
             const int64_t since = mActivity[i]->sinceUs.load();
-            if (since >= 0 && now - since > stuckUs) {
-                fprintf(stderr,
-                        "\nrotavox-soak: FAIL: worker %zu stuck in %s for %.1f s (seed %llu)\n", i,
-                        mActivity[i]->what.load(), (now - since) / 1e6,
-                        (unsigned long long)mOptions.seed);
-                fflush(stderr);
-                // A stuck call cannot be joined; end here with the verdict.
-                _exit(2);
+            stuck |= since >= 0 && now - since > stuckUs;
+        }
+        if (stuck) {
+            // Every call in progress, as one stuck call often holds up others.
+            for (size_t i = 0; i < mActivity.size(); ++i) {
+                const int64_t since = mActivity[i]->sinceUs.load();
+                if (since < 0) continue;
+                fprintf(stderr, "rotavox-soak: FAIL: worker %zu in %s on player %d for %.1f s\n",
+                        i, mActivity[i]->what.load(), mActivity[i]->player.load(),
+                        (now - since) / 1e6);
             }
+            fprintf(stderr, "rotavox-soak: FAIL: a call stopped returning (seed %llu)\n",
+                    (unsigned long long)mOptions.seed);
+            fflush(stderr);
+            // A stuck call cannot be joined; end here with the verdict.
+            _exit(2);
         }
         fprintf(stderr,
                 "rotavox-soak: %5.0f/%.0f s  calls %lld  refused %lld  recreated %lld  "

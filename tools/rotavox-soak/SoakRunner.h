@@ -60,12 +60,13 @@ private:
     struct Activity {
         std::atomic<int64_t> sinceUs{-1};  // start of the call in progress, -1 none
         std::atomic<const char*> what{""};
+        std::atomic<int> player{-1};
     };
 
     void worker(int index, uint64_t seed);
     void watchdog();
     std::string pickFile(uint64_t r) const;
-    void call(int index, Slot& slot, uint64_t r, uint64_t arg);
+    void call(int index, int slotIndex, uint64_t r, uint64_t arg);
 
     const SoakOptions mOptions;
     std::vector<std::string> mFiles;

@@ -666,6 +666,11 @@ status_t Rotavox::play_l() {
         if (mPrepareResult != OK) {
             return mPrepareResult;
         }
+        // The wait let go of the lock: another thread may have started
+        // playback in the meantime, and the output must not start twice.
+        if (mFlags & PLAYING) {
+            return OK;
+        }
     }
 
     if (mSeekPositionUs == -1) {

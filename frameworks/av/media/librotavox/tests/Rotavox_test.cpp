@@ -597,6 +597,31 @@ TEST_F(RotavoxTest, ZeroRateRacingPlayAndResetKeepsThePlayStateWhole) {
     EXPECT_TRUE(peer.flags() & Rotavox::AUDIO_RUNNING);
 }
 
+// Two threads play an unprepared player at once: play prepares and waits,
+// releasing the lock, and the other thread may start playback the moment
+// the preparation ends.  The waiter must then find playback running and leave
+// it be, not start the output a second time (fatal).
+TEST_F(RotavoxTest, TwoThreadsStartingAnUnpreparedPlayerStartItOnce) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    for (int round = 0; round < 200; ++round) {
+        ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+        std::atomic<int> ready{0};
+        auto start = [&] {
+            ready.fetch_add(1);
+            while (ready.load() < 2) {
+            }
+            player.play();
+        };
+        std::thread a(start), b(start);
+        a.join();
+        b.join();
+        ASSERT_TRUE(peer.flags() & Rotavox::PLAYING) << "round " << round;
+        ASSERT_TRUE(peer.flags() & Rotavox::AUDIO_RUNNING) << "round " << round;
+        player.reset();
+    }
+}
+
 TEST_F(RotavoxTest, ResetReturnsToIdle) {
     Rotavox player;
     RotavoxTestPeer peer(player);
