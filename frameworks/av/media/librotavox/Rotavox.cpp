@@ -84,6 +84,21 @@ Rotavox::Rotavox()
 }
 
 Rotavox::~Rotavox() {
+    {
+        // The queue stops below without running what is still queued; a
+        // preparation dropped that way would leave reset_l waiting for it
+        // forever.  Cancelled while the queue still runs, it ends at once.
+        Mutex::Autolock autoLock(mLock);
+        if (mFlags & PREPARING) {
+            modifyFlags(PREPARE_CANCELLED, SET);
+            if (mFlags & PREPARING_CONNECTED) {
+                finishAsyncPrepare_l();
+            }
+            while (mFlags & PREPARING) {
+                mPreparedCondition.wait(mLock);
+            }
+        }
+    }
     if (mQueueStarted) {
         mQueue.stop(false);
     }

@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <deque>
 #include <fstream>
+#include <future>
 #include <functional>
 #include <iterator>
 #include <mutex>
@@ -619,6 +620,28 @@ TEST_F(RotavoxTest, TwoThreadsStartingAnUnpreparedPlayerStartItOnce) {
         ASSERT_TRUE(peer.flags() & Rotavox::PLAYING) << "round " << round;
         ASSERT_TRUE(peer.flags() & Rotavox::AUDIO_RUNNING) << "round " << round;
         player.reset();
+    }
+}
+
+// The Java side may drop an object right after prepareAsync, and its
+// finalizer destroys the player with the preparation still queued.  The
+// destruction must end: a preparation dropped from the queue unrun must not
+// leave the destructor waiting for it.
+TEST_F(RotavoxTest, DestroyingAPlayerWithAQueuedPreparationEnds) {
+    for (int round = 0; round < 100; ++round) {
+        Rotavox* player = new Rotavox;
+        ASSERT_EQ(OK, player->setDataSource(fixture("flac16.flac").c_str()));
+        ASSERT_EQ(OK, player->prepareAsync());
+        // The destructor runs on a thread of its own, so that a hang is a
+        // failure with a round number rather than a test run that never ends.
+        auto done = std::make_shared<std::promise<void>>();
+        std::future<void> destroyed = done->get_future();
+        std::thread([player, done] {
+            delete player;
+            done->set_value();
+        }).detach();
+        ASSERT_EQ(std::future_status::ready, destroyed.wait_for(20s))
+                << "destructor still waiting in round " << round;
     }
 }
 
