@@ -17,6 +17,7 @@
 #include <media/stagefright/foundation/AString.h>
 
 #include "AudioDecoder.h"
+#include "LogCapture.h"
 #include "MemoryDataSource.h"
 
 using namespace android;
@@ -88,6 +89,9 @@ ssize_t selectAudioTrack(const sp<NuMediaExtractor>& extractor) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // The engine's log lines of the last input only: kept lines would read
+    // as a leak to the fuzzer and slow every run.
+    android::testing::LogCapture log;
     sp<NuMediaExtractor> extractor = new NuMediaExtractor;
     if (extractor->setDataSource(new MemoryDataSource(data, size)) != OK) {
         return 0;

@@ -19,6 +19,7 @@
 #include <cutils/host_properties.h>
 #include <cutils/properties.h>
 
+#include "LogCapture.h"
 #include "RotavoxSource.h"
 #include "SyntheticPcmSource.h"
 
@@ -85,6 +86,9 @@ void checkStore(const std::string& input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // The engine's log lines of the last input only: kept lines would read
+    // as a leak to the fuzzer and slow every run.
+    android::testing::LogCapture log;
     FuzzedDataProvider in(data, size);
     const std::string a = in.ConsumeRandomLengthString(512);
     const std::string b = in.ConsumeRandomLengthString(512);
