@@ -6,6 +6,9 @@ JOBS      ?= $(shell nproc)
 SANITIZE  ?=
 BUILD_TYPE ?= RelWithDebInfo
 FILE      ?=
+FUZZ_SECONDS ?= 60
+SOAK_SECONDS ?= 60
+SOAK_SEED    ?=
 
 ifeq ($(SANITIZE),)
   BUILD_DIR ?= build
@@ -46,5 +49,20 @@ demo: build
 bench: build
 	scripts/bench $(BUILD_DIR)
 
+# libFuzzer targets (fuzz/) in their own clang configuration, build-fuzz/,
+# each run for FUZZ_SECONDS.
+fuzz: deps
+	@CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DROTAVOX_FUZZ=ON \
+	  > build-fuzz.configure.log 2>&1 || { cat build-fuzz.configure.log; exit 1; }
+	cmake --build build-fuzz -j $(JOBS) --target fuzzers
+	scripts/fuzz build-fuzz $(FUZZ_SECONDS)
+
+# The soak (tools/rotavox-soak) under ASan for SOAK_SECONDS; not part of CI.
+soak:
+	$(MAKE) build SANITIZE=address
+	cd build-asan && ROTAVOX_FIXTURES=$$PWD/fixtures ROTAVOX_PROPERTIES_FILE= \
+	  ROTAVOX_PROPERTIES=host.audio.sink=null ROTAVOX_SOAK_SEED=$(SOAK_SEED) \
+	  ./bin/rotavox-soak --seconds $(SOAK_SECONDS)
+
 clean:
-	rm -rf build build-asan build-tsan build*.configure.log
+	rm -rf build build-asan build-tsan build-fuzz build*.configure.log

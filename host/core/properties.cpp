@@ -163,6 +163,10 @@ intmax_t getSigned(const char* key, intmax_t lowerBound, intmax_t upperBound,
     const intmax_t result = strtoimax(buf, &end, 0);
     if (errno == ERANGE || end == buf || *end != '\0' || result < lowerBound ||
         result > upperBound) {
+        // A device owner's typo must not pass unnoticed: say which key and
+        // what is used instead.
+        ALOGW("property %s: \"%s\" is not an integer in range; using %jd", key, buf,
+              defaultValue);
         return defaultValue;
     }
     return result;
@@ -194,6 +198,8 @@ int8_t property_get_bool(const char* key, int8_t default_value) {
     for (const char* f : kFalse) {
         if (strcmp(buf, f) == 0) return 0;
     }
+    ALOGW("property %s: \"%s\" is not a boolean; using %s", key, buf,
+          default_value ? "true" : "false");
     return default_value;
 }
 

@@ -129,7 +129,10 @@ struct MediaCodec::Decoder {
 
     // Converts one decoded frame into mPending; false when it cannot.
     bool convertFrame(const AVFrame *frame, std::string *error) {
-        AVChannelLayout layout;
+        // Zeroed first: av_channel_layout_copy frees what the destination
+        // holds, and stack garbage that reads as a custom layout is a wild
+        // pointer (the media fuzzer found it).
+        AVChannelLayout layout = {};
         if (frame->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC || frame->ch_layout.nb_channels <= 0) {
             av_channel_layout_default(&layout, frame->ch_layout.nb_channels > 0
                                                ? frame->ch_layout.nb_channels : mChannels);

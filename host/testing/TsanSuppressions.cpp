@@ -1,4 +1,5 @@
-// Linked into every test executable (a TSan build reads it at start-up).
+// Linked into every test executable and every tool (a TSan build reads it at
+// start-up).
 // Debian's libutils is not built with ThreadSanitizer, so the acquire/release
 // pair inside RefBase's reference counting is invisible to it: an object
 // destroyed by the thread that drops the last reference looks as if it raced

@@ -257,6 +257,27 @@ TEST_F(PropertiesTest, IntegersParseLikeThePlatform) {
     EXPECT_EQ(5, property_get_int32("absent.int", 5));
 }
 
+// A value that does not parse falls back to the default with a warning that
+// names the key; a good value and an absent key stay quiet.
+TEST_F(PropertiesTest, UnparsableValuesWarnAndFallBack) {
+    LogCapture log;
+    ASSERT_EQ(0, property_set("flac.sw.decoder.24bit.support", "maybe"));
+    EXPECT_EQ(0, property_get_bool("flac.sw.decoder.24bit.support", 0));
+    EXPECT_TRUE(log.contains("properties",
+                             "property flac.sw.decoder.24bit.support: \"maybe\" is not a boolean; "
+                             "using false",
+                             ANDROID_LOG_WARN));
+    ASSERT_EQ(0, property_set("i", "12abc"));
+    EXPECT_EQ(3, property_get_int32("i", 3));
+    EXPECT_TRUE(log.contains("properties", "property i: \"12abc\" is not an integer in range; using 3",
+                             ANDROID_LOG_WARN));
+    log.clear();
+    ASSERT_EQ(0, property_set("i", "12"));
+    EXPECT_EQ(12, property_get_int32("i", 3));
+    EXPECT_EQ(1, property_get_bool("absent.bool", 1));
+    EXPECT_TRUE(log.lines().empty());
+}
+
 TEST_F(PropertiesTest, ConcurrentSetAndGetKeepEveryValueWhole) {
     std::vector<std::thread> threads;
     std::atomic<int> torn{0};

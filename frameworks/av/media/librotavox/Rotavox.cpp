@@ -85,6 +85,21 @@ Rotavox::Rotavox()
 }
 
 Rotavox::~Rotavox() {
+    {
+        // The queue stops below without running what is still queued; a
+        // preparation dropped that way would leave reset_l waiting for it
+        // forever.  Cancelled while the queue still runs, it ends at once.
+        Mutex::Autolock autoLock(mLock);
+        if (mFlags & PREPARING) {
+            modifyFlags(PREPARE_CANCELLED, SET);
+            if (mFlags & PREPARING_CONNECTED) {
+                finishAsyncPrepare_l();
+            }
+            while (mFlags & PREPARING) {
+                mPreparedCondition.wait(mLock);
+            }
+        }
+    }
     if (mQueueStarted) {
         mQueue.stop(false);
     }
@@ -234,6 +249,8 @@ status_t Rotavox::setDataSource(int fd, int64_t offset, int64_t length) {
 
 status_t Rotavox::setDataSource(const char* path) {
     if (path == NULL) {
+        // Refused before the lock and without a reset; the line says why.
+        ALOGE("setDataSource: null path");
         return UNKNOWN_ERROR;
     }
     Mutex::Autolock autoLock(mLock);
@@ -671,6 +688,11 @@ status_t Rotavox::play_l() {
         if (mPrepareResult != OK) {
             return mPrepareResult;
         }
+        // The wait let go of the lock: another thread may have started
+        // playback in the meantime, and the output must not start twice.
+        if (mFlags & PLAYING) {
+            return OK;
+        }
     }
 
     if (mSeekPositionUs == -1) {
@@ -824,12 +846,14 @@ status_t Rotavox::rewind(int permille) {
 }
 
 status_t Rotavox::setPlaybackRatePermille(int permille) {
+    Mutex::Autolock autoLock(mLock);
     if (permille == 0) {
-        // Deliberately outside the lock, as the application's contract has
-        // always had it.
+        // Under the lock like every other pause: run beside a play or a
+        // reset on another thread, an unlocked pause could clear PLAYING
+        // after the output started (the next play then aborts on
+        // AUDIO_RUNNING) or read the track while a reset drops it.
         (void)pause_l();
     }
-    Mutex::Autolock autoLock(mLock);
     return setPlaybackRatePermille_l(permille);
 }
 

@@ -4,19 +4,27 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
 #include <fstream>
+#include <future>
+#include <functional>
+#include <iterator>
 #include <mutex>
 #include <thread>
 #include <string>
 #include <vector>
 
+#include <cutils/properties.h>
 #include <media/AudioTrack.h>
 #include <media/HostAudioSink.h>
 #include <media/MediaPlayerInterface.h>
@@ -293,6 +301,136 @@ TEST_F(RotavoxTest, BadFilesAnswerWithAStatus) {
     EXPECT_NE(OK, player.setDataSource(-1, 0, 100));
 }
 
+// Every kind of bad input from outside the engine, each on the same player
+// object in turn: each answers with a status and a log line, none aborts, and
+// the player plays a good file straight afterwards (nothing is lost or left
+// half-open).  With ROTAVOX_BAD_INPUT_TABLE=1 the observed answers are
+// printed as the rows of docs/bad-input.md.
+TEST_F(RotavoxTest, EveryBadInputAnswersWithAStatusAndALogLineAndLosesNothing) {
+    struct Answer {
+        status_t open = OK, prepare = OK, forward = OK;
+        std::string log;  // first warning or error line, "tag: message"
+    };
+    struct Case {
+        const char* input;
+        // Opens the data source; the rest of the sequence is the same for all.
+        std::function<status_t(Rotavox&)> open;
+    };
+    const std::string flac = fixture("flac16.flac");
+    struct stat st;
+    ASSERT_EQ(0, stat(flac.c_str(), &st));
+    const int64_t flacBytes = st.st_size;
+    auto withFd = [](const std::string& path, int flags, auto fn) {
+        int fd = open(path.c_str(), flags);
+        status_t err = fn(fd);
+        if (fd >= 0) close(fd);
+        return err;
+    };
+    auto path = [](const std::string& p) {
+        return [p](Rotavox& r) { return r.setDataSource(p.c_str()); };
+    };
+    const char* kCacheParams = "media.rotavox.cache-params";
+    const char* kFlac24 = "flac.sw.decoder.24bit.support";
+    const std::vector<Case> cases = {
+        {"missing path", path(fixture("does-not-exist.flac"))},
+        {"null path", [](Rotavox& r) { return r.setDataSource((const char*)NULL); }},
+        {"directory", path(fixture(""))},
+        {"empty file", path(fixture("bad-empty.mp3"))},
+        {"truncated FLAC (header cut)", path(fixture("bad-truncated.flac"))},
+        {"truncated MP4 (index cut)", path(fixture("bad-truncated.m4a"))},
+        {"garbage bytes", path(fixture("bad-garbage.wav"))},
+        {"text", path(fixture("bad-text.mp3"))},
+        {"video only", path(fixture("video-only.mp4"))},
+        {"6 channels", path(fixture("six.flac"))},
+        {"descriptor: length beyond the end",
+         [&](Rotavox& r) {
+             return withFd(flac, O_RDONLY, [&](int fd) {
+                 return r.setDataSource(fd, 0, flacBytes + 1000000);
+             });
+         }},
+        {"descriptor: offset beyond the end",
+         [&](Rotavox& r) {
+             return withFd(flac, O_RDONLY, [&](int fd) {
+                 return r.setDataSource(fd, flacBytes + 4096, 1000);
+             });
+         }},
+        {"descriptor: negative offset",
+         [&](Rotavox& r) {
+             return withFd(flac, O_RDONLY, [&](int fd) { return r.setDataSource(fd, -5, 1000); });
+         }},
+        {"descriptor: closed",
+         [&](Rotavox& r) {
+             int fd = open(flac.c_str(), O_RDONLY);
+             close(fd);
+             return r.setDataSource(fd, 0, flacBytes);
+         }},
+        {"descriptor: -1", [](Rotavox& r) { return r.setDataSource(-1, 0, 100); }},
+        {"descriptor: a directory",
+         [&](Rotavox& r) {
+             return withFd(fixture(""), O_RDONLY | O_DIRECTORY,
+                           [&](int fd) { return r.setDataSource(fd, 0, 100); });
+         }},
+        {"descriptor: write-only",
+         [&](Rotavox& r) {
+             const std::string tmp = ::testing::TempDir() + "rotavox-wronly";
+             int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+             // A whole FLAC file behind it: only the access mode is wrong.
+             std::ifstream in(flac, std::ios::binary);
+             std::string bytes((std::istreambuf_iterator<char>(in)), {});
+             EXPECT_EQ((ssize_t)bytes.size(), write(fd, bytes.data(), bytes.size()));
+             status_t err = r.setDataSource(fd, 0, flacBytes);
+             close(fd);
+             unlink(tmp.c_str());
+             return err;
+         }},
+        {"cache-params \"abc\"",
+         [&](Rotavox& r) {
+             property_set(kCacheParams, "abc");
+             return r.setDataSource(flac.c_str());
+         }},
+        {"cache-params \"1/2\"",
+         [&](Rotavox& r) {
+             property_set(kCacheParams, "1/2");
+             return r.setDataSource(flac.c_str());
+         }},
+        {"flac 24-bit \"maybe\"",
+         [&](Rotavox& r) {
+             property_set(kFlac24, "maybe");
+             return r.setDataSource(fixture("flac24.flac").c_str());
+         }},
+    };
+    const bool printTable = getenv("ROTAVOX_BAD_INPUT_TABLE") != NULL;
+    Rotavox player;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        mLog.clear();
+        Answer a;
+        a.open = c.open(player);
+        a.prepare = player.prepare();
+        a.forward = player.forward(1000);
+        (void)player.getPosition();
+        player.reset();
+        property_set(kCacheParams, "");
+        property_set(kFlac24, "");
+        for (const testing::LogLine& line : mLog.lines()) {
+            if (line.priority >= ANDROID_LOG_WARN) {
+                a.log = line.tag + ": " + line.message;
+                break;
+            }
+        }
+        EXPECT_FALSE(a.log.empty()) << "no warning or error logged";
+        if (printTable) {
+            printf("| %s | %d | %d | %d | `%s` |\n", c.input, a.open, a.prepare, a.forward,
+                   a.log.c_str());
+        }
+        // Whatever came before, the same object plays a good file.
+        ASSERT_EQ(OK, player.setDataSource(flac.c_str()));
+        ASSERT_EQ(OK, player.prepare());
+        ASSERT_EQ(OK, player.forward(1000));
+        player.reset();
+    }
+}
+
 // --- Transport -----------------------------------------------------------------
 
 TEST_F(RotavoxTest, SpeedOperationsClampAndChooseDirection) {
@@ -422,6 +560,90 @@ TEST_F(RotavoxTest, RegularCallsKeepTheWatchdogQuiet) {
         std::this_thread::sleep_for(100ms);
     }
     EXPECT_EQ(0, mLog.count("Rotavox", "no call from app"));
+}
+
+// The application may call from any thread.  A zero rate pauses while other
+// threads start playback and reset: the play state must stay whole (playing
+// exactly when the output runs) and the next play must not find the output
+// already running, which is fatal.
+TEST_F(RotavoxTest, ZeroRateRacingPlayAndResetKeepsThePlayStateWhole) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+    ASSERT_EQ(OK, player.prepare());
+    std::atomic<bool> stop{false};
+    std::thread pauser([&] {
+        while (!stop.load()) player.setPlaybackRatePermille(0);
+    });
+    std::thread seeker([&] {
+        for (int i = 0; !stop.load(); ++i) {
+            if (i % 50 == 0) {
+                player.reset();
+                player.setDataSource(fixture("wav16.wav").c_str());
+                player.prepare();
+            } else {
+                player.setPosition(i % 2000);
+            }
+        }
+    });
+    for (int i = 0; i < 200000; ++i) {
+        (i % 2 ? player.forward(1000 + i % 500) : player.rewind(700));
+    }
+    stop.store(true);
+    pauser.join();
+    seeker.join();
+    const uint32_t flags = peer.flags();
+    EXPECT_EQ((bool)(flags & Rotavox::PLAYING), (bool)(flags & Rotavox::AUDIO_RUNNING))
+            << "flags 0x" << std::hex << flags;
+    EXPECT_EQ(OK, player.forward(1000));
+    EXPECT_TRUE(peer.flags() & Rotavox::AUDIO_RUNNING);
+}
+
+// Two threads play an unprepared player at once: play prepares and waits,
+// releasing the lock, and the other thread may start playback the moment
+// the preparation ends.  The waiter must then find playback running and leave
+// it be, not start the output a second time (fatal).
+TEST_F(RotavoxTest, TwoThreadsStartingAnUnpreparedPlayerStartItOnce) {
+    Rotavox player;
+    RotavoxTestPeer peer(player);
+    for (int round = 0; round < 200; ++round) {
+        ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
+        std::atomic<int> ready{0};
+        auto start = [&] {
+            ready.fetch_add(1);
+            while (ready.load() < 2) {
+            }
+            player.play();
+        };
+        std::thread a(start), b(start);
+        a.join();
+        b.join();
+        ASSERT_TRUE(peer.flags() & Rotavox::PLAYING) << "round " << round;
+        ASSERT_TRUE(peer.flags() & Rotavox::AUDIO_RUNNING) << "round " << round;
+        player.reset();
+    }
+}
+
+// The Java side may drop an object right after prepareAsync, and its
+// finalizer destroys the player with the preparation still queued.  The
+// destruction must end: a preparation dropped from the queue unrun must not
+// leave the destructor waiting for it.
+TEST_F(RotavoxTest, DestroyingAPlayerWithAQueuedPreparationEnds) {
+    for (int round = 0; round < 100; ++round) {
+        Rotavox* player = new Rotavox;
+        ASSERT_EQ(OK, player->setDataSource(fixture("flac16.flac").c_str()));
+        ASSERT_EQ(OK, player->prepareAsync());
+        // The destructor runs on a thread of its own, so that a hang is a
+        // failure with a round number rather than a test run that never ends.
+        auto done = std::make_shared<std::promise<void>>();
+        std::future<void> destroyed = done->get_future();
+        std::thread([player, done] {
+            delete player;
+            done->set_value();
+        }).detach();
+        ASSERT_EQ(std::future_status::ready, destroyed.wait_for(20s))
+                << "destructor still waiting in round " << round;
+    }
 }
 
 TEST_F(RotavoxTest, ResetReturnsToIdle) {
