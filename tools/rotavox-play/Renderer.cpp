@@ -75,6 +75,13 @@ bool Renderer::probe(const std::string& file, RenderResult* result) {
         result->error = "'" + file + "' does not tell its sample rate";
         return false;
     }
+    // The audio output takes up to 192 kHz; above it the player would play
+    // without a track and nothing would ever be rendered.
+    if (result->sampleRate > 192000) {
+        result->error = "'" + file + "' runs at " + std::to_string(result->sampleRate) +
+                        " Hz; the audio output takes at most 192000 Hz";
+        return false;
+    }
     return true;
 }
 

@@ -1,6 +1,7 @@
 // rotavox-play: plays or renders one file through the Rotavox engine under a
 // timed transport script.  See tools/README.md.
 
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -105,6 +106,17 @@ int main(int argc, char** argv) {
         property_set("media.rotavox.cache-params", cacheParams.c_str()) != 0) {
         fprintf(stderr, "rotavox-play: cannot set the cache parameters\n");
         return 1;
+    }
+    // The output would drop a track it cannot write, and the run would then
+    // wait for audio that never comes: refuse such paths before playing.
+    for (const std::string* path : {&options.outPath, &plotPath}) {
+        if (path->empty()) continue;
+        FILE* f = fopen(path->c_str(), "ab");
+        if (f == NULL) {
+            fprintf(stderr, "rotavox-play: cannot write '%s': %s\n", path->c_str(), strerror(errno));
+            return 1;
+        }
+        fclose(f);
     }
     options.progress = isatty(STDERR_FILENO);
 

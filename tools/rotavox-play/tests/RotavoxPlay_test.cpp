@@ -185,6 +185,10 @@ TEST_F(RotavoxPlayTest, BadInputGivesOneClearMessage) {
             {mDir + "/missing.flac", "cannot open"},
             {fixture("bad-text.mp3"), "not a playable media file"},
             {fixture("six.flac"), "6 channels"},
+            // Without a track the player plays on in silence: these used to
+            // wait for ever.
+            {"--out " + mDir + "/no/such/dir/x.wav " + fixture("wav16.wav"), "cannot write"},
+            {fixture("dsd.dsf"), "at most 192000 Hz"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args);
