@@ -126,31 +126,13 @@ public class RotavoxOutOfOrderTest {
                 "nativeForward refused: status -19");
         expect(answers, lines, "rewind after reset", List.of(NO_INIT),
                 "nativeRewind refused: status -19");
-        // The failure is logged by the preparation on the engine's own thread,
-        // which may come after the next section has begun.
-        expectFromHereOn(answers, lines, "prepare after a failed prepareAsync",
-                List.of(0, UNKNOWN_ERROR), "unsupported channels:6");
+        // A prepare while the asynchronous one is still queued is refused at
+        // once; whether the queued one runs (and logs the six channels) before
+        // the next reset cancels it depends on the engine's thread.
+        expect(answers, lines, "prepare after a failed prepareAsync", List.of(0, UNKNOWN_ERROR),
+                "nativePrepare refused: status -2147483648");
         expect(answers, lines, "natives after release", List.of(NOT_INIT, NOT_INIT), "not init!");
         expect(answers, lines, "good file afterwards", List.of(0, 0, 0), null);
-    }
-
-    private static void expectFromHereOn(Map<String, List<Integer>> answers,
-            Map<String, List<String>> lines, String section, List<Integer> statuses,
-            String logText) {
-        assertEquals(section, statuses, answers.get(section));
-        boolean reached = false, found = false;
-        List<String> seen = new ArrayList<>();
-        for (Map.Entry<String, List<String>> e : lines.entrySet()) {
-            reached |= e.getKey().equals(section);
-            if (!reached) {
-                continue;
-            }
-            for (String line : e.getValue()) {
-                found |= line.contains(logText);
-                seen.add(line);
-            }
-        }
-        assertTrue(section + ": no line with \"" + logText + "\" from here on in " + seen, found);
     }
 
     private static void expect(Map<String, List<Integer>> answers, Map<String, List<String>> lines,
