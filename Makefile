@@ -20,7 +20,8 @@ else
   $(error SANITIZE must be empty, 'address' or 'thread')
 endif
 
-export JAVA_HOME ?= /usr/lib/jvm/java-17-openjdk-amd64
+# Debian's OpenJDK 17 for this machine's architecture (amd64, arm64, ...).
+export JAVA_HOME ?= /usr/lib/jvm/java-17-openjdk-$(shell dpkg --print-architecture 2>/dev/null || echo amd64)
 
 CMAKE_FLAGS = -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DROTAVOX_SANITIZE=$(SANITIZE)
 

@@ -32,6 +32,11 @@ set(ROTAVOX_WARNINGS -Wall -Werror -Wno-multichar)
 
 # find_package(JNI) needs JAVA_HOME; Debian's OpenJDK 17 is the one the
 # project installs (other JDKs a machine may carry are ignored).
-if(NOT DEFINED ENV{JAVA_HOME} AND EXISTS /usr/lib/jvm/java-17-openjdk-amd64)
-  set(ENV{JAVA_HOME} /usr/lib/jvm/java-17-openjdk-amd64)
+execute_process(COMMAND dpkg --print-architecture OUTPUT_VARIABLE ROTAVOX_DEB_ARCH
+                OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+if(NOT ROTAVOX_DEB_ARCH)
+  set(ROTAVOX_DEB_ARCH amd64)
+endif()
+if(NOT DEFINED ENV{JAVA_HOME} AND EXISTS /usr/lib/jvm/java-17-openjdk-${ROTAVOX_DEB_ARCH})
+  set(ENV{JAVA_HOME} /usr/lib/jvm/java-17-openjdk-${ROTAVOX_DEB_ARCH})
 endif()

@@ -79,6 +79,8 @@ HostSinkConfig resolveConfig(const HostAudioOptions& options) {
         property_get("host.audio.wav.path", value, "rotavox-out.wav");
         config.wavPath = value;
     }
+    property_get("host.audio.fallback", value, "null");
+    config.wavFallback = lower(value) == "wav";
     config.freewheel = options.freewheel >= 0 ? options.freewheel != 0
                                               : property_get_bool("host.audio.wav.freewheel", false);
     if (options.deviceSampleRate != 0) {
@@ -190,6 +192,15 @@ status_t HostAudioTrack::init() {
 
     if (config.sink == "auto" || config.sink == "sdl") {
         mSink = createSdlSink(format, config.deviceSampleRate);
+        if (!mSink && config.wavFallback) {
+            // Asked for by callers that must not go silent (the demo): the
+            // sound is kept in the WAV file instead.
+            mSink = createClockSink(format, config.clock, config.wavPath, false);
+            if (mSink) {
+                ALOGW("host.audio.sink=%s: no audio device could be opened; writing '%s' "
+                      "in real time", config.sink.c_str(), config.wavPath.c_str());
+            }
+        }
         if (!mSink) {
             ALOGW("host.audio.sink=%s: no audio device could be opened; using the null sink",
                   config.sink.c_str());

@@ -68,6 +68,7 @@ public:
 struct HostSinkConfig {
     std::string sink;     // resolved: "auto", "sdl", "null" or "wav"
     std::string wavPath;
+    bool wavFallback;  // a device that cannot be opened writes wavPath instead
     bool freewheel;
     uint32_t deviceSampleRate;  // 0: the track's
     std::shared_ptr<HostAudioClock> clock;

@@ -48,7 +48,13 @@ public final class RotavoxDemo {
         RotavoxDemo demo = new RotavoxDemo();
         int status = demo.run(args[0]);
         if (status == 0 && args.length == 3) {
-            demo.plot(new File(args[1]), new File(args[2]));
+            File wav = new File(args[1]);
+            if (wav.length() > 0) {
+                demo.plot(wav, new File(args[2]));
+            } else {
+                System.out.println("rotavox-demo: the sound went to the audio device; no "
+                        + wav + " to draw");
+            }
         }
         System.exit(status == 0 ? 0 : 1);
     }
