@@ -155,6 +155,7 @@ INSTANTIATE_TEST_SUITE_P(
 struct LossyCase {
     const char* file;
     int channels;
+    bool dropsDelay = false;
 };
 
 // Named by their file: gtest would otherwise print the structs' bytes,
@@ -180,14 +181,20 @@ TEST_P(LossyTest, CorrelatesWithFfmpeg) {
     double corr = bestCorrelation(ref, ours, c.channels, 2200, &lag);
     EXPECT_GT(corr, 0.99) << "lag " << lag;
     // Our decode keeps the encoder delay the tool drops: never ahead of it.
-    EXPECT_GE(lag, 0);
+    // Opus is the exception: FFmpeg's decoder drops the pre-skip itself, as the
+    // platform's Opus decoder does.
+    if (c.dropsDelay) {
+        EXPECT_EQ(0, lag);
+    } else {
+        EXPECT_GE(lag, 0);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
         Fixtures, LossyTest,
         ::testing::Values(LossyCase{"mp3.mp3", 2}, LossyCase{"mp3mono.mp3", 1},
                           LossyCase{"aac.m4a", 2}, LossyCase{"vorbis.ogg", 2},
-                          LossyCase{"opus.opus", 2}, LossyCase{"wma.wma", 2},
+                          LossyCase{"opus.opus", 2, true}, LossyCase{"wma.wma", 2},
                           LossyCase{"video.mp4", 2}),
         [](const ::testing::TestParamInfo<LossyCase>& info) {
             std::string n = info.param.file;

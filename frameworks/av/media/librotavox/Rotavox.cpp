@@ -90,15 +90,7 @@ Rotavox::~Rotavox() {
         // preparation dropped that way would leave reset_l waiting for it
         // forever.  Cancelled while the queue still runs, it ends at once.
         Mutex::Autolock autoLock(mLock);
-        if (mFlags & PREPARING) {
-            modifyFlags(PREPARE_CANCELLED, SET);
-            if (mFlags & PREPARING_CONNECTED) {
-                finishAsyncPrepare_l();
-            }
-            while (mFlags & PREPARING) {
-                mPreparedCondition.wait(mLock);
-            }
-        }
+        cancelPreparation_l();
     }
     if (mQueueStarted) {
         mQueue.stop(false);
@@ -183,9 +175,7 @@ void Rotavox::reset() {
     reset_l();
 }
 
-void Rotavox::reset_l() {
-    notifyListener_l(kMediaStopped);
-
+void Rotavox::cancelPreparation_l() {
     if (mFlags & PREPARING) {
         modifyFlags(PREPARE_CANCELLED, SET);
         if (mFlags & PREPARING_CONNECTED) {
@@ -197,18 +187,31 @@ void Rotavox::reset_l() {
     while (mFlags & PREPARING) {
         mPreparedCondition.wait(mLock);
     }
+}
 
+void Rotavox::pauseOutput_l() {
     // The track goes first: the source answers a read after its own pause
     // with no buffer, which the audio callback accepts only once the output
     // is paused.
+    mAudioTrack->pause();
+    // Raised before the source pauses: a callback already inside read()
+    // when the track paused gets OK without a buffer from the paused
+    // source, and must then see the output paused rather than abort.
+    mAudioPaused = true;
+    ++mAudioPauses;
+    mSource->pause();
+    // Once more after: a callback that took its count between the two
+    // still sees it change.
+    ++mAudioPauses;
+}
+
+void Rotavox::reset_l() {
+    notifyListener_l(kMediaStopped);
+
+    cancelPreparation_l();
+
     if ((mFlags & AUDIO_RUNNING) && mAudioTrack != NULL) {
-        mAudioTrack->pause();
-        // As in pause_l: a callback already inside read() must find the
-        // output paused when the paused source hands it nothing.
-        mAudioPaused = true;
-        ++mAudioPauses;
-        mSource->pause();
-        ++mAudioPauses;
+        pauseOutput_l();
         mSource->stop();
         mAudioTrack->stop();
     }
@@ -741,16 +744,7 @@ status_t Rotavox::pause_l() {
     mStartedGeneration = mPlayGeneration.load();
 
     if (mAudioTrack != NULL && (mFlags & AUDIO_RUNNING)) {
-        mAudioTrack->pause();
-        // Raised before the source pauses: a callback already inside read()
-        // when the track paused gets OK without a buffer from the paused
-        // source, and must then see the output paused rather than abort.
-        mAudioPaused = true;
-        ++mAudioPauses;
-        mSource->pause();
-        // Once more after: a callback that took its count between the two
-        // still sees it change.
-        ++mAudioPauses;
+        pauseOutput_l();
         modifyFlags(AUDIO_RUNNING, CLEAR);
     }
 

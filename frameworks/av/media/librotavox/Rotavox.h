@@ -81,6 +81,11 @@ public:
 
     void reset();
     void reset_l();
+    // Cancels a preparation under way and waits until it has ended.
+    void cancelPreparation_l();
+    // Pauses the running output and its source so that a callback in flight
+    // ends its fill quietly.
+    void pauseOutput_l();
 
     void modifyFlags(unsigned value, FlagMode mode);
     // The flag word is deliberately not exposed.
