@@ -92,6 +92,8 @@ bool Renderer::probe(const std::string& file, RenderResult* result) {
 // finish, and for a seek to be carried out, makes every freewheeling render
 // the one a fast enough machine plays.
 // The engine has nothing to wait on, so this polls.
+constexpr std::chrono::seconds kStallTimeout(3);
+
 void Renderer::waitForDecoders() {
     if (!mFreewheel || mDecoderWaitGivenUp) return;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -108,6 +110,7 @@ void Renderer::waitForDecoders() {
 
 void Renderer::onPeriod(const HostAudioPeriod& period) {
     std::unique_lock<std::mutex> l(mLock);
+    mLastPeriodAt = std::chrono::steady_clock::now();
     mDeliveredFrames = period.deliveredFrames;
     mStreamFrames = period.streamFrames;
     mSampleRate = period.sampleRate;
@@ -230,6 +233,12 @@ bool Renderer::run(const RenderOptions& options, RenderResult* result) {
     double stoppedAtS = 0;
     bool wasRunning = false;
 
+    {
+        std::lock_guard<std::mutex> l(mLock);
+        mLastPeriodAt = std::chrono::steady_clock::now();
+    }
+    std::string stalled;
+
     size_t next = 0;
     for (;;) {
         const int64_t dueFrames = next < ops.size() ? framesAt(ops[next].timeS, rate) : INT64_MAX;
@@ -243,6 +252,15 @@ bool Renderer::run(const RenderOptions& options, RenderResult* result) {
             // operation is applied below.
             while (player.isPlaying() && !mEndOfData && mDeliveredFrames < holdFrames) {
                 mCond.wait_for(l, std::chrono::milliseconds(100));
+                // The callback waits in the engine for data that no decoder
+                // is making: a file that opened but does not decode.
+                if (std::chrono::steady_clock::now() - mLastPeriodAt > kStallTimeout &&
+                        android::RotavoxSource::pendingCacheWork() == 0) {
+                    stalled = "no audio has come from '" + options.file + "' for " +
+                              std::to_string(kStallTimeout.count()) +
+                              " s and nothing is left to decode: it does not decode";
+                    break;
+                }
                 l.unlock();
                 printProgress(*result, false);
                 l.lock();
@@ -256,6 +274,9 @@ bool Renderer::run(const RenderOptions& options, RenderResult* result) {
             wasRunning = player.isPlaying() && !endOfData;
         }
 
+        if (!stalled.empty()) {
+            break;
+        }
         if (reachedHold && holdFrames == endFrames) {
             break;  // --duration reached
         }
@@ -316,6 +337,10 @@ bool Renderer::run(const RenderOptions& options, RenderResult* result) {
         result->positions = mPositions;
     }
     mPlayer = nullptr;
+    if (!stalled.empty()) {
+        result->error = stalled;
+        return false;
+    }
     return true;
 }
 

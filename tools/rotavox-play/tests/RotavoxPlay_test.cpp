@@ -189,6 +189,7 @@ TEST_F(RotavoxPlayTest, BadInputGivesOneClearMessage) {
             // wait for ever.
             {"--out " + mDir + "/no/such/dir/x.wav " + fixture("wav16.wav"), "cannot write"},
             {fixture("dsd.dsf"), "at most 192000 Hz"},
+            {fixture("bad-noise.m4a"), "does not decode"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args);
