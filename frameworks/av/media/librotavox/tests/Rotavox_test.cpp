@@ -59,6 +59,8 @@ struct RotavoxTestPeer {
     status_t prepareAsync_l() { return player.prepareAsync_l(); }
     void abortPrepare(status_t err) { player.abortPrepare(err); }
     void postCheckStatusEvent_l(int64_t delayUs) { player.postCheckStatusEvent_l(delayUs); }
+    void createAudioPlayer_l() { player.createAudioPlayer_l(); }
+    status_t startAudioPlayer_l() { return player.startAudioPlayer_l(false); }
     void releaseInputBuffer() {
         if (player.mInputBuffer != NULL) {
             player.mInputBuffer->release();
@@ -760,19 +762,26 @@ TEST_F(RotavoxTest, ForwardThenRewindPlaysTheFileThenItsReversal) {
 
 class StubUpstream : public MediaSource {
 public:
-    status_t start(MetaData*) override { return OK; }
-    status_t stop() override { return OK; }
-    sp<MetaData> getFormat() override {
+    static sp<MetaData> rawFormat() {
         sp<MetaData> meta = new MetaData;
         meta->setCString(kKeyMIMEType, "audio/raw");
         meta->setInt32(kKeySampleRate, 44100);
         meta->setInt32(kKeyChannelCount, 2);
         return meta;
     }
+    // The format is handed out itself, not a copy: a test can spoil it
+    // after the scratch source has read it.
+    explicit StubUpstream(const sp<MetaData>& format = rawFormat()) : mFormat(format) {}
+    status_t start(MetaData*) override { return OK; }
+    status_t stop() override { return OK; }
+    sp<MetaData> getFormat() override { return mFormat; }
     status_t read(MediaBufferBase** buffer, const ReadOptions*) override {
         *buffer = NULL;
         return ERROR_END_OF_STREAM;
     }
+
+private:
+    sp<MetaData> mFormat;
 };
 
 class ScriptedSource : public RotavoxSource {
@@ -965,6 +974,38 @@ TEST(RotavoxDeathTest, BrokenInvariantsAbortWithTheirTexts) {
                 player.play();
             },
             "frameworks/av/media/librotavox/Rotavox:401 CHECK\\(!\\(mFlags & AUDIO_RUNNING\\)\\) "
+            "failed\\.");
+}
+
+// The output is built from the scratch source's format, which must be raw PCM
+// with a rate and a channel count; the source itself already needed the rate.
+TEST(RotavoxDeathTest, AnOutputFormatItCannotUseAbortsWithItsText) {
+    auto buildOutputAfter = [](void (*spoil)(MetaData*)) {
+        sp<MetaData> format = StubUpstream::rawFormat();
+        Rotavox player;
+        RotavoxTestPeer peer(player);
+        peer.setSource(new RotavoxSource(new StubUpstream(format), nullptr));
+        spoil(format.get());
+        Mutex::Autolock l(player.mLock);
+        peer.createAudioPlayer_l();
+    };
+    EXPECT_DEATH(buildOutputAfter([](MetaData* m) { m->setCString(kKeyMIMEType, "audio/mpeg"); }),
+                 "frameworks/av/media/librotavox/Rotavox:506 CHECK\\(success && "
+                 "!strcasecmp\\(mime, MEDIA_MIMETYPE_AUDIO_RAW\\)\\) failed\\.");
+    EXPECT_DEATH(buildOutputAfter([](MetaData* m) { m->remove(kKeySampleRate); }),
+                 "frameworks/av/media/librotavox/Rotavox:510 CHECK\\(success\\) failed\\.");
+    EXPECT_DEATH(buildOutputAfter([](MetaData* m) { m->remove(kKeyChannelCount); }),
+                 "frameworks/av/media/librotavox/Rotavox:514 CHECK\\(success\\) failed\\.");
+    // And the output is started only once.
+    EXPECT_DEATH(
+            {
+                Rotavox player;
+                RotavoxTestPeer peer(player);
+                player.modifyFlags(Rotavox::AUDIO_RUNNING, Rotavox::SET);
+                Mutex::Autolock l(player.mLock);
+                peer.startAudioPlayer_l();
+            },
+            "frameworks/av/media/librotavox/Rotavox:547 CHECK\\(!\\(mFlags & AUDIO_RUNNING\\)\\) "
             "failed\\.");
 }
 
