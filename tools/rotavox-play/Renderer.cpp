@@ -129,7 +129,8 @@ void Renderer::onPeriod(const HostAudioPeriod& period) {
     }
     // At the end of the file the scratch source keeps handing out its last
     // buffer: the position stands still on it while output goes on.
-    const bool atEnd = mDurationUs < 0 || positionUs >= mDurationUs - 1000000;
+    // A speed of zero holds the position on purpose, also near the end.
+    const bool atEnd = !mHoldingStill && (mDurationUs < 0 || positionUs >= mDurationUs - 1000000);
     if (atEnd && mDeliveredFrames - mPositionSinceFrames >= (mDurationUs < 0 ? 2 : 1) * halfSecond) {
         mEndOfData = true;
     }
@@ -159,6 +160,9 @@ void Renderer::apply(const TransportOp& op, RenderResult* result) {
     {
         std::lock_guard<std::mutex> l(mLock);
         at = mDeliveredFrames;
+        if (op.kind == TransportOp::kForward || op.kind == TransportOp::kRewind) {
+            mHoldingStill = op.arg == 0;
+        }
     }
     result->applied.push_back({at, op.describe()});
     if (err != OK) {

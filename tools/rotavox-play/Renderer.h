@@ -84,6 +84,7 @@ private:
     int64_t mLastPositionUs = -1;
     int64_t mPositionSinceFrames = 0;  // rendered frames when the position last moved
     bool mEnded = false;
+    bool mHoldingStill = false;  // the last speed asked for was 0 while playing
     // When the track last called its hook: a callback that never comes back
     // while nothing is being decoded is a file that plays as silence.
     std::chrono::steady_clock::time_point mLastPeriodAt;

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -153,6 +154,31 @@ TEST_F(RotavoxPlayTest, WithoutAScriptItPlaysToTheEnd) {
         ASSERT_EQ((pcm[f - 1] + 32768 + 1) % 65536, pcm[f] + 32768) << "frame " << f;
     }
     EXPECT_GT(jsonInt(run.out, "final_position_us"), 2500000);
+}
+
+// A speed of zero in the file's last second holds the record there until
+// the next operation; it is not taken for the end of the file.
+TEST_F(RotavoxPlayTest, AHoldAtZeroSpeedNearTheEndLastsUntilTheNextOperation) {
+    std::string wav = mDir + "/hold.wav";
+    PlayRun run = play("--freewheel --out " + wav +
+                       " --script \"0:forward 1000; 2.4:forward 0; 3.6:forward 1000; 4.2:stop\" " +
+                       fixture("flac16.flac"));
+    ASSERT_EQ(0, run.exitCode) << run.err;
+    int channels = 0, rate = 0;
+    std::vector<int16_t> pcm = readPcm(wav, &channels, &rate);
+    ASSERT_EQ(2, channels);
+    // Cut short, the hold would let the last operations come early and the
+    // run end about 0.2 s sooner.
+    EXPECT_NEAR(4.2 * 44100, (double)(pcm.size() / 2), 512);
+    // Held from shortly after 2.4 s to 3.6 s: the record creeps on at the
+    // thousandth of normal speed that stands in for zero, about 40 frames of
+    // the ramp in 0.9 s, where normal speed would cover 39 690.
+    int lo = 65536, hi = -1;
+    for (size_t f = (size_t)(2.6 * 44100); f < (size_t)(3.5 * 44100) && 2 * f < pcm.size(); ++f) {
+        lo = std::min(lo, pcm[2 * f] + 32768);
+        hi = std::max(hi, pcm[2 * f] + 32768);
+    }
+    EXPECT_LE(hi - lo, 60) << "the output moved during the hold";
 }
 
 TEST_F(RotavoxPlayTest, DurationEndsTheRun) {
