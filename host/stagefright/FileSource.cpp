@@ -7,6 +7,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <stdint.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,7 +30,7 @@ FileSource::FileSource(const char *filename)
         mInitCheck = -errno;
         return;
     }
-    init(0, -1);
+    init(0, INT64_MAX, /* wholeFile */ true);
 }
 
 FileSource::FileSource(int fd, int64_t offset, int64_t length)
@@ -45,10 +46,10 @@ FileSource::FileSource(int fd, int64_t offset, int64_t length)
         mInitCheck = BAD_VALUE;
         return;
     }
-    init(offset, length);
+    init(offset, length, /* wholeFile */ false);
 }
 
-void FileSource::init(int64_t offset, int64_t length) {
+void FileSource::init(int64_t offset, int64_t length, bool wholeFile) {
     struct stat st;
     if (fstat(mFd, &st) != 0) {
         ALOGE("%s: fstat failed (%s)", mName.c_str(), strerror(errno));
@@ -67,21 +68,28 @@ void FileSource::init(int64_t offset, int64_t length) {
         return;
     }
     const int64_t fileSize = st.st_size;
-    if (length < 0) {
-        // The whole file from the offset on.
-        if (offset < 0 || offset > fileSize) {
-            ALOGE("%s: offset %lld outside a file of %lld bytes", mName.c_str(),
-                  (long long)offset, (long long)fileSize);
-            mInitCheck = ERROR_OUT_OF_RANGE;
-            return;
-        }
-        length = fileSize - offset;
-    } else if (offset < 0 || offset > fileSize || length > fileSize - offset) {
-        ALOGE("%s: range [%lld, +%lld) lies outside a file of %lld bytes", mName.c_str(),
-              (long long)offset, (long long)length, (long long)fileSize);
-        mInitCheck = ERROR_OUT_OF_RANGE;
-        return;
+    // As on the platform, a range that does not fit is cut down to the part
+    // of the file it covers, with a warning: a negative offset or length
+    // counts as 0, and a range past the end stops at the end.
+    int64_t fitOffset = offset < 0 ? 0 : offset;
+    int64_t fitLength = length < 0 ? 0 : length;
+    if (fitLength > INT64_MAX - fitOffset) {
+        fitLength = INT64_MAX - fitOffset;
     }
+    if (fitOffset > fileSize) {
+        fitOffset = fileSize;
+        fitLength = 0;
+    }
+    if (fitOffset + fitLength > fileSize) {
+        fitLength = fileSize - fitOffset;
+    }
+    if (!wholeFile && (fitOffset != offset || fitLength != length)) {
+        ALOGW("%s: offset/length adjusted from %lld/%lld to %lld/%lld in a file of %lld bytes",
+              mName.c_str(), (long long)offset, (long long)length, (long long)fitOffset,
+              (long long)fitLength, (long long)fileSize);
+    }
+    offset = fitOffset;
+    length = fitLength;
     mOffset = offset;
     mLength = length;
     mInitCheck = OK;

@@ -410,6 +410,30 @@ TEST_F(ExtractorTest, DescriptorRangePlaysTheEmbeddedFile) {
     EXPECT_TRUE(direct == embedded);
 }
 
+// As on the platform, a range that does not fit the file is cut down to
+// what it covers, with a warning, rather than refused.
+TEST_F(ExtractorTest, ARangePastTheEndIsCutAtTheEnd) {
+    long long offset = 0, length = 0;
+    std::ifstream txt(fixturePath("embedded.txt"));
+    ASSERT_TRUE(txt >> offset >> length);
+    int fd = ::open(fixturePath("embedded.bin").c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    const off64_t size = lseek(fd, 0, SEEK_END);
+    testing::LogCapture log;
+    sp<NuMediaExtractor> ex = new NuMediaExtractor;
+    // From the embedded file's start, a megabyte asked for: the file and the
+    // padding behind it, which FLAC ignores.
+    ASSERT_EQ(OK, ex->setDataSource(fd, offset, 1 << 20));
+    ::close(fd);
+    ASSERT_EQ(1u, ex->countTracks());
+    ASSERT_EQ(OK, ex->selectTrack(0));
+    EXPECT_FALSE(readAll(ex).empty());
+    const std::string adjusted = "offset/length adjusted from " + std::to_string(offset) + "/" +
+                                 std::to_string(1 << 20) + " to " + std::to_string(offset) + "/" +
+                                 std::to_string(size - offset);
+    EXPECT_TRUE(log.contains("FileSource", adjusted, ANDROID_LOG_WARN)) << adjusted;
+}
+
 TEST_F(ExtractorTest, BadDescriptorsAndRangesAreRefused) {
     testing::LogCapture log;
     const std::string path = fixturePath("embedded.bin");
@@ -417,12 +441,15 @@ TEST_F(ExtractorTest, BadDescriptorsAndRangesAreRefused) {
     ASSERT_GE(fd, 0);
     const off64_t size = lseek(fd, 0, SEEK_END);
 
+    // Ranges cut down to nothing playable.
     sp<NuMediaExtractor> ex = new NuMediaExtractor;
-    EXPECT_NE(OK, ex->setDataSource(fd, size - 100, 200));  // runs past the end
+    EXPECT_NE(OK, ex->setDataSource(fd, size - 100, 200));  // padding up to the end
     ex = new NuMediaExtractor;
-    EXPECT_NE(OK, ex->setDataSource(fd, size + 10, 10));    // starts past the end
+    EXPECT_NE(OK, ex->setDataSource(fd, size + 10, 10));    // empty: starts past the end
     ex = new NuMediaExtractor;
-    EXPECT_NE(OK, ex->setDataSource(fd, -5, 10));
+    EXPECT_NE(OK, ex->setDataSource(fd, -5, 10));           // padding from the start
+    ex = new NuMediaExtractor;
+    EXPECT_NE(OK, ex->setDataSource(fd, 0, -1));            // empty
     ex = new NuMediaExtractor;
     EXPECT_NE(OK, ex->setDataSource(fd, 0, 4096));           // only padding bytes
     ::close(fd);

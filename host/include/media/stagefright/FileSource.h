@@ -40,7 +40,8 @@ protected:
     virtual ~FileSource();
 
 private:
-    void init(int64_t offset, int64_t length);
+    // |wholeFile|: opened by path, where the range is the file itself.
+    void init(int64_t offset, int64_t length, bool wholeFile);
 
     int mFd;
     int64_t mOffset;
