@@ -388,11 +388,22 @@ TEST_F(ExtractorTest, TwoSelectedTracksInterleaveByTime) {
 
 // ---- Descriptors, byte ranges and data sources. ----
 
+// embedded.bin holds flac16.flac between padding; embedded.txt says where.
+// Opens the descriptor, or returns -1 with a test failure.
+int openEmbedded(long long* offset, long long* length) {
+    std::ifstream txt(fixturePath("embedded.txt"));
+    if (!(txt >> *offset >> *length)) {
+        ADD_FAILURE() << "embedded.txt is unreadable";
+        return -1;
+    }
+    int fd = ::open(fixturePath("embedded.bin").c_str(), O_RDONLY);
+    EXPECT_GE(fd, 0);
+    return fd;
+}
+
 TEST_F(ExtractorTest, DescriptorRangePlaysTheEmbeddedFile) {
     long long offset = 0, length = 0;
-    std::ifstream txt(fixturePath("embedded.txt"));
-    ASSERT_TRUE(txt >> offset >> length);
-    int fd = ::open(fixturePath("embedded.bin").c_str(), O_RDONLY);
+    int fd = openEmbedded(&offset, &length);
     ASSERT_GE(fd, 0);
 
     sp<NuMediaExtractor> ex = new NuMediaExtractor;
@@ -414,9 +425,7 @@ TEST_F(ExtractorTest, DescriptorRangePlaysTheEmbeddedFile) {
 // what it covers, with a warning, rather than refused.
 TEST_F(ExtractorTest, ARangePastTheEndIsCutAtTheEnd) {
     long long offset = 0, length = 0;
-    std::ifstream txt(fixturePath("embedded.txt"));
-    ASSERT_TRUE(txt >> offset >> length);
-    int fd = ::open(fixturePath("embedded.bin").c_str(), O_RDONLY);
+    int fd = openEmbedded(&offset, &length);
     ASSERT_GE(fd, 0);
     const off64_t size = lseek(fd, 0, SEEK_END);
     testing::LogCapture log;
