@@ -172,6 +172,11 @@ void Renderer::apply(const TransportOp& op, RenderResult* result) {
 
 void Renderer::printProgress(const RenderResult& result, bool final) {
     if (!mProgress) return;
+    // A freewheeling run wakes this loop on every period: ten lines a second
+    // are what a reader can follow.
+    const auto now = std::chrono::steady_clock::now();
+    if (!final && now - mLastProgressAt < std::chrono::milliseconds(100)) return;
+    mLastProgressAt = now;
     int64_t delivered;
     {
         std::lock_guard<std::mutex> l(mLock);

@@ -67,6 +67,7 @@ private:
 
     android::Rotavox* mPlayer = nullptr;
     bool mProgress = false;
+    std::chrono::steady_clock::time_point mLastProgressAt;  // main thread only
     // Offline renders wait for the engine's decoder before each period, so
     // that a reader faster than real time never meets the cache's tail.
     bool mFreewheel = false;
