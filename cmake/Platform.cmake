@@ -29,6 +29,12 @@ find_package(GTest REQUIRED)
 # -Wno-multichar as in the platform's own build: media keys and message codes
 # are four-character constants ('mime', 'seek').
 set(ROTAVOX_WARNINGS -Wall -Werror -Wno-multichar)
+# clang checks the lock annotations (GUARDED_BY, REQUIRES, ... from
+# utils/Mutex.h); a field touched without its lock fails the build.  GCC has
+# no such analysis and the annotations compile away there.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  list(APPEND ROTAVOX_WARNINGS -Wthread-safety -Werror=thread-safety)
+endif()
 
 # find_package(JNI) needs JAVA_HOME; Debian's OpenJDK 17 is the one the
 # project installs (other JDKs a machine may carry are ignored).

@@ -63,8 +63,7 @@ private:
     status_t handleAnOutputBuffer(size_t index, size_t offset, size_t size, int64_t timeUs,
                                   int32_t flags);
     status_t handleSeekTo(const sp<AMessage> &msg);
-    // Caller holds mLock (except the destructor).
-    void releaseMediaBuffersByTimeUs(int64_t timeUs);
+    void releaseMediaBuffersByTimeUs(int64_t timeUs) REQUIRES(mLock);
 
     sp<ALooper> mLooper;
     sp<AHandlerReflector<AudioDecoder>> mReflector;
@@ -72,8 +71,8 @@ private:
     sp<MediaCodec> mCodec;
     sp<MetaData> mFormat;
     status_t mInitStatus;
-    List<sp<AMessage>> mPendingInputMessages;
-    List<MediaBufferBase *> mOutputBuffers;
+    List<sp<AMessage>> mPendingInputMessages GUARDED_BY(mLock);
+    List<MediaBufferBase *> mOutputBuffers GUARDED_BY(mLock);
     // Written on the looper (and by raw reads) without mLock; the reader
     // looks at mOutputEOS under mLock after a wake-up, which orders it.
     std::atomic<bool> mInputEOS;

@@ -599,7 +599,9 @@ void Rotavox::AudioCallback(int event, void* info) {
 // Runs on the audio output's callback thread without the player's lock.
 // Allocates nothing: it copies straight from the source's buffers and keeps
 // the rest of a buffer for the next call.
-size_t Rotavox::fillBuffer(void* data, size_t size) {
+// Reads mSource without mLock: the output runs only between a play that
+// made the source and a reset that stops the output before it drops it.
+size_t Rotavox::fillBuffer(void* data, size_t size) NO_THREAD_SAFETY_ANALYSIS {
     if (size == 0) {
         return 0;
     }
@@ -868,7 +870,9 @@ status_t Rotavox::setPlaybackRatePermille_l(int permille) {
     return status;
 }
 
-int64_t Rotavox::getPosition() {
+// Deliberately without mLock, like getDuration and isPlaying: mSource is
+// read as it stands.
+int64_t Rotavox::getPosition() NO_THREAD_SAFETY_ANALYSIS {
     if (mSource != NULL) {
         return mSource->getPosition();
     }

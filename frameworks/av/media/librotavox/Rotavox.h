@@ -49,43 +49,43 @@ public:
     Rotavox();
     ~Rotavox();
 
-    void setListener(const wp<MediaPlayerBase>& listener);
+    void setListener(const wp<MediaPlayerBase>& listener) EXCLUDES(mLock);
 
-    status_t setDataSource(int fd, int64_t offset, int64_t length);
-    status_t setDataSource(const char* path);
-    status_t setDataSource_l(const sp<DataSource>& dataSource);
+    status_t setDataSource(int fd, int64_t offset, int64_t length) EXCLUDES(mLock);
+    status_t setDataSource(const char* path) EXCLUDES(mLock);
+    status_t setDataSource_l(const sp<DataSource>& dataSource) REQUIRES(mLock);
 
-    status_t prepare();
-    status_t prepare_l();
-    status_t prepareAsync();
-    status_t prepareAsync_l();
+    status_t prepare() EXCLUDES(mLock);
+    status_t prepare_l() REQUIRES(mLock);
+    status_t prepareAsync() EXCLUDES(mLock);
+    status_t prepareAsync_l() REQUIRES(mLock);
 
-    status_t play();
-    status_t play_l();
-    status_t pause();
-    status_t pause_l();
+    status_t play() EXCLUDES(mLock);
+    status_t play_l() REQUIRES(mLock);
+    status_t pause() EXCLUDES(mLock);
+    status_t pause_l() REQUIRES(mLock);
 
     // Positions go in as milliseconds; getPosition answers in microseconds.
-    status_t setPosition(int64_t positionMs);
-    status_t setPosition_l(int64_t positionMs);
+    status_t setPosition(int64_t positionMs) EXCLUDES(mLock);
+    status_t setPosition_l(int64_t positionMs) REQUIRES(mLock);
 
     // Signed speeds in thousandths of normal speed, clamped to +-10000.
-    status_t forward(int permille);
-    status_t rewind(int permille);
-    status_t setPlaybackRatePermille(int permille);
-    status_t setPlaybackRatePermille_l(int permille);
+    status_t forward(int permille) EXCLUDES(mLock);
+    status_t rewind(int permille) EXCLUDES(mLock);
+    status_t setPlaybackRatePermille(int permille) EXCLUDES(mLock);
+    status_t setPlaybackRatePermille_l(int permille) REQUIRES(mLock);
 
     int64_t getPosition();
     status_t getDuration(int64_t* durationUs);
     bool isPlaying() const;
 
-    void reset();
-    void reset_l();
+    void reset() EXCLUDES(mLock);
+    void reset_l() REQUIRES(mLock);
     // Cancels a preparation under way and waits until it has ended.
-    void cancelPreparation_l();
+    void cancelPreparation_l() REQUIRES(mLock);
     // Pauses the running output and its source so that a callback in flight
     // ends its fill quietly.
-    void pauseOutput_l();
+    void pauseOutput_l() REQUIRES(mLock);
 
     void modifyFlags(unsigned value, FlagMode mode);
     // The flag word is deliberately not exposed.
@@ -105,21 +105,24 @@ private:
     friend struct RotavoxTestPeer;
 
     TimedEventQueue mQueue;  // guarded by its own lock
-    bool mQueueStarted;
+    bool mQueueStarted GUARDED_BY(mLock);
 
     // Guarded by mLock unless noted.  Fields that are read without the lock
     // by design (getPosition, getDuration, isPlaying, the unguarded pause of
     // setPlaybackRatePermille(0), the audio callback) are atomics, relaxed:
     // the behaviour is the plain one, minus the data race.
-    wp<MediaPlayerBase> mListener;
+    wp<MediaPlayerBase> mListener GUARDED_BY(mLock);
     std::atomic<int32_t> mStartedGeneration;
     std::atomic<int32_t> mPlayGeneration;
     std::atomic<int64_t> mSeekPositionUs;
     std::atomic<status_t> mStatus;
-    size_t mAudioTrackIndex;
-    sp<MediaSource> mAudioSource;
-    sp<RotavoxSource> mSource;
-    sp<AudioTrack> mAudioTrack;
+    size_t mAudioTrackIndex GUARDED_BY(mLock);
+    sp<MediaSource> mAudioSource GUARDED_BY(mLock);
+    // Also read without the lock by getPosition and by the audio callback,
+    // which runs only while the output does; the output stops before a
+    // reset drops the source.
+    sp<RotavoxSource> mSource GUARDED_BY(mLock);
+    sp<AudioTrack> mAudioTrack GUARDED_BY(mLock);
     MediaBuffer* mInputBuffer;  // audio callback thread only, until reset
     std::atomic<bool> mAudioPaused;
     // Counts the times the output was paused.  The callback compares it
@@ -128,11 +131,11 @@ private:
     std::atomic<uint32_t> mAudioPauses;
     std::atomic<int64_t> mDurationUs;
     std::atomic<uint32_t> mFlags;
-    sp<TimedEventQueue::Event> mAsyncPrepareEvent;
+    sp<TimedEventQueue::Event> mAsyncPrepareEvent GUARDED_BY(mLock);
     Condition mPreparedCondition;  // waits with mLock, monotonic clock
-    bool mIsAsyncPrepare;
-    status_t mPrepareResult;
-    sp<NuMediaExtractor> mExtractor;
+    bool mIsAsyncPrepare GUARDED_BY(mLock);
+    status_t mPrepareResult GUARDED_BY(mLock);
+    sp<NuMediaExtractor> mExtractor GUARDED_BY(mLock);
 
 public:
     // Wall-clock time of the application's last transport call; written
@@ -140,26 +143,26 @@ public:
     std::atomic<int64_t> mLastCallTimeUs;
 
 private:
-    sp<TimedEventQueue::Event> mCheckStatusEvent;
+    sp<TimedEventQueue::Event> mCheckStatusEvent GUARDED_BY(mLock);
 
-    status_t setDataSource_l(const sp<NuMediaExtractor>& extractor);
-    status_t initAudioDecoder();
+    status_t setDataSource_l(const sp<NuMediaExtractor>& extractor) REQUIRES(mLock);
+    status_t initAudioDecoder() REQUIRES(mLock);
 
     void onPrepareAsyncEvent();
-    void beginPrepareAsync_l();
-    void finishAsyncPrepare_l();
-    void abortPrepare(status_t err);
-    status_t ready_l();
-    void createRotavoxSource_l();
+    void beginPrepareAsync_l() REQUIRES(mLock);
+    void finishAsyncPrepare_l() REQUIRES(mLock);
+    void abortPrepare(status_t err) REQUIRES(mLock);
+    status_t ready_l() REQUIRES(mLock);
+    void createRotavoxSource_l() REQUIRES(mLock);
 
-    void createAudioPlayer_l();
-    status_t startAudioPlayer_l(bool sendErrorNotification = true);
-    void notifyIfMediaStarted_l();
+    void createAudioPlayer_l() REQUIRES(mLock);
+    status_t startAudioPlayer_l(bool sendErrorNotification = true) REQUIRES(mLock);
+    void notifyIfMediaStarted_l() REQUIRES(mLock);
     void AudioCallback(int event, void* info);
     size_t fillBuffer(void* data, size_t size);
 
-    void notifyListener_l(int msg, int ext1 = 0, int ext2 = 0);
-    void postCheckStatusEvent_l(int64_t delayUs);
+    void notifyListener_l(int msg, int ext1 = 0, int ext2 = 0) REQUIRES(mLock);
+    void postCheckStatusEvent_l(int64_t delayUs) REQUIRES(mLock);
     void onCheckStatus();
 
     static int64_t wallClockNowUs();

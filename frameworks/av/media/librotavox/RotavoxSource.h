@@ -104,7 +104,8 @@ public:
     virtual status_t read(MediaBufferBase** buffer, const ReadOptions* options = NULL);
     virtual status_t pause();
 
-    virtual status_t getNextBuffer(AudioBufferProvider::Buffer* buffer);
+    // Called by the resampler inside read(), with mLock held.
+    virtual status_t getNextBuffer(AudioBufferProvider::Buffer* buffer) REQUIRES(mLock);
     virtual void releaseBuffer(AudioBufferProvider::Buffer* buffer);
 
     status_t setPosition(int64_t positionUs);
@@ -117,8 +118,8 @@ public:
     void updateCacheParamsFromSystemProperty();
     void updateCacheParamsFromString(const char* s);
 
-    void onMessageReceived(const sp<AMessage>& msg);
-    status_t updateCacheIfNecessary_l(int64_t positionUs);
+    void onMessageReceived(const sp<AMessage>& msg) EXCLUDES(mLock, mSourceLock);
+    status_t updateCacheIfNecessary_l(int64_t positionUs) REQUIRES(mLock);
 
     // Process-wide figures for tools and benchmarks: how often a reader
     // waited 50 ms for data, and how many frames were decoded into caches.
@@ -165,9 +166,9 @@ private:
     static const int kMaxResampleCallsPerRead = 64;
     static const nsecs_t kDataWaitNs = 50000000;
 
-    void resample(MediaBufferBase* buffer);
-    void restartCache_l(int64_t positionUs);
-    void postDecode_l();
+    void resample(MediaBufferBase* buffer) REQUIRES(mLock);
+    void restartCache_l(int64_t positionUs) REQUIRES(mLock);
+    void postDecode_l() REQUIRES(mLock);
     // Every change of mDecoding goes through here to keep the process-wide
     // count of decoding sources.
     void setDecoding(bool decoding);
@@ -177,51 +178,55 @@ private:
     sp<AHandlerReflector<RotavoxSource> > mReflector;
     sp<ALooper> mLooper;
 
-    // Guards the cache and the bookkeeping below, except mInputBuffer and
-    // mSourceStarted.  Never held across an upstream read.
-    Mutex mLock;
+    // Guards the cache and the fields marked GUARDED_BY(mLock) below.  Never
+    // held across an upstream read.
+    Mutex mLock ACQUIRED_AFTER(mSourceLock);
     // The resampling stage waits on it in bounded steps while the cache has no
     // readable buffer; nothing signals it.
     Condition mCondition;
     // Guards calls into mSource (read, stop), mInputBuffer and mSourceStarted.
     // Taken before mLock, never after it.
     Mutex mSourceLock;
-    bool mSourceStarted;
+    bool mSourceStarted GUARDED_BY(mSourceLock);
 
-    MediaBufferCache* mCache;
+    // The cache has no lock of its own: every call into it needs mLock.
+    MediaBufferCache* mCache PT_GUARDED_BY(mLock);
     // Written under mLock, read by the decode loop without it.
     std::atomic<status_t> mFinalStatus;
     // Written under mLock, read by getPosition() without it.
     std::atomic<int64_t> mLastAccessPosUs;
-    int64_t mCacheStartTimeUs;
-    int64_t mCacheEndTimeUs;
-    MediaBufferBase* mInputBuffer;
-    MediaBuffer* mOutputBuffer;
+    int64_t mCacheStartTimeUs GUARDED_BY(mLock);
+    int64_t mCacheEndTimeUs GUARDED_BY(mLock);
+    MediaBufferBase* mInputBuffer GUARDED_BY(mSourceLock);
+    MediaBuffer* mOutputBuffer GUARDED_BY(mLock);
     // Decode-loop state; the loop reads it between its locked sections.
     std::atomic<bool> mDecoding;
     // Flags and rates that the player writes without any lock.
     std::atomic<bool> mPaused;
     std::atomic<bool> mForward;
     std::atomic<bool> mStarted;
+    // Fixed by the constructor.
     int32_t mSampleRate;
     int32_t mChannelCount;
     // Sent with each decode request but never compared on arrival.
     std::atomic<int32_t> mDecodeGeneration;
-    int64_t mSeekTimeUs;
-    int64_t mLastDecodedUs;
-    int64_t mLastBackfillRequestTime;
-    int64_t mLastBackfillRequestPosUs;
+    int64_t mSeekTimeUs GUARDED_BY(mLock);
+    int64_t mLastDecodedUs GUARDED_BY(mLock);
+    int64_t mLastBackfillRequestTime GUARDED_BY(mLock);
+    int64_t mLastBackfillRequestPosUs GUARDED_BY(mLock);
     // Wall clock behind the backfill throttle's stamp; tests put in their own.
     int (*mGetTimeOfDay)(struct timeval*, void*);
     // kWhatPosition messages posted and not yet handled.
     std::atomic<int32_t> mPendingPositions;
+    // Set by the constructor and by updateCacheParams*, which callers run
+    // before the source is read; read-only afterwards.
     int64_t mCachePrerollUs;
     int64_t mCacheHighWaterUs;
     int64_t mCacheLowWaterUs;
     std::atomic<int32_t> mPlaybackRatePermille;
     std::atomic<int32_t> mTargetPlaybackRatePermille;
     std::atomic<int32_t> mPrevPlaybackRatePermille;
-    AudioResampler* mResampler;
+    AudioResampler* mResampler GUARDED_BY(mLock);
 
     RotavoxSource(const RotavoxSource&) = delete;
     RotavoxSource& operator=(const RotavoxSource&) = delete;

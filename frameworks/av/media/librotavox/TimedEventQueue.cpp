@@ -73,7 +73,9 @@ void TimedEventQueue::start() {
     mRunning.store(true, std::memory_order_relaxed);
 }
 
-void TimedEventQueue::stop(bool flush) {
+// The wake lock and the queue are touched without mLock once the thread is
+// joined (see below), which the analysis cannot follow.
+void TimedEventQueue::stop(bool flush) NO_THREAD_SAFETY_ANALYSIS {
     if (!mRunning.load(std::memory_order_relaxed)) {
         return;
     }

@@ -112,30 +112,30 @@ private:
     };
 
     pthread_t mThread;
-    List<QueueItem> mQueue;
-    Mutex mLock;  // guards everything below, mQueue included
-    Condition mQueueNotEmptyCondition;
-    Condition mQueueHeadChangedCondition;
-    event_id mNextEventID;
+    Mutex mLock;
+    List<QueueItem> mQueue GUARDED_BY(mLock);
+    Condition mQueueNotEmptyCondition;  // waits with mLock
+    Condition mQueueHeadChangedCondition;  // waits with mLock
+    event_id mNextEventID GUARDED_BY(mLock);
 
     // start() and stop() run on the owner's threads, one at a time.
     std::atomic<bool> mRunning;
     // Set by a StopEvent on the queue's thread without the lock.
     std::atomic<bool> mStopped;
 
-    sp<IPowerManager> mPowerManager;
-    sp<IBinder> mWakeLockToken;
+    sp<IPowerManager> mPowerManager GUARDED_BY(mLock);
+    sp<IBinder> mWakeLockToken GUARDED_BY(mLock);
     const sp<PMDeathRecipient> mDeathRecipient;
-    uint32_t mWakeLockCount;
+    uint32_t mWakeLockCount GUARDED_BY(mLock);
 
     static void* ThreadWrapper(void* me);
     void threadEntry();
 
-    sp<Event> removeEventFromQueue_l(event_id id, bool* wakeLocked);
+    sp<Event> removeEventFromQueue_l(event_id id, bool* wakeLocked) REQUIRES(mLock);
 
-    void acquireWakeLock_l();
-    void releaseWakeLock_l(bool force = false);
-    void clearPowerManager();
+    void acquireWakeLock_l() REQUIRES(mLock);
+    void releaseWakeLock_l(bool force = false) REQUIRES(mLock);
+    void clearPowerManager() EXCLUDES(mLock);
 
     TimedEventQueue(const TimedEventQueue&) = delete;
     TimedEventQueue& operator=(const TimedEventQueue&) = delete;
