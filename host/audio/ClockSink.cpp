@@ -19,6 +19,8 @@
 #include <condition_variable>
 #include <mutex>
 
+#include <utils/HostMutex.h>
+
 #include <log/log.h>
 
 #include "HostSink.h"
@@ -148,7 +150,7 @@ public:
     size_t frameCount() const override { return mFormat.capacityFrames; }
 
     bool waitForRoom(size_t frames) override {
-        std::unique_lock<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         for (;;) {
             if (mWoken) {
                 mWoken = false;
@@ -159,18 +161,18 @@ public:
             int64_t nowNs = mClock->nowNs();
             if (playedAt_l(nowNs) >= neededPlayed) return true;
             double waitNs = (neededPlayed - mAnchorFrames) * 1e9 / mFramesPerSecond;
-            mClock->waitUntil(lock, mCond, mAnchorNs + (int64_t)ceil(waitNs));
+            mClock->waitUntil(lock.waitable(), mCond, mAnchorNs + (int64_t)ceil(waitNs));
         }
     }
 
     void wake() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         mWoken = true;
         mCond.notify_all();
     }
 
     int64_t write(const void* data, size_t writtenFrames, size_t requestedFrames) override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         if (mClosed) return 0;
         int64_t silenceFrames = 0;
         int64_t nowNs = mClock->nowNs();
@@ -194,14 +196,14 @@ public:
     }
 
     int64_t bufferedFrames() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         if (mFreewheel) return 0;
         int64_t played = mAnchored ? playedAt_l(mClock->nowNs()) : mAnchorFrames;
         return played >= mWrittenFrames ? 0 : mWrittenFrames - played;
     }
 
     void start() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         mRunning = true;
         // With data still buffered from before a pause the device resumes at
         // once; otherwise it waits for the first period.
@@ -213,32 +215,32 @@ public:
     }
 
     void pause() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         freeze_l();
         if (mWav) mWav->finish();
     }
 
     void stop() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         freeze_l();
         mWrittenFrames = mAnchorFrames;
         if (mWav) mWav->finish();
     }
 
     void flush() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         if (!mAnchored) mWrittenFrames = mAnchorFrames;
     }
 
     void close() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         freeze_l();
         mClosed = true;
         if (mWav) mWav->close();
     }
 
     void setSpeed(float speed) override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         if (mAnchored) {
             int64_t nowNs = mClock->nowNs();
             mAnchorFrames = playedAt_l(nowNs);
@@ -251,13 +253,13 @@ public:
     void setVolume(float, float) override {}  // the file keeps the delivered bytes
 
 private:
-    int64_t playedAt_l(int64_t nowNs) const {
+    int64_t playedAt_l(int64_t nowNs) const REQUIRES(mLock) {
         if (!mAnchored) return mAnchorFrames;
         int64_t elapsedNs = nowNs > mAnchorNs ? nowNs - mAnchorNs : 0;
         return mAnchorFrames + (int64_t)floor(elapsedNs * mFramesPerSecond / 1e9);
     }
 
-    void freeze_l() {
+    void freeze_l() REQUIRES(mLock) {
         int64_t played = playedAt_l(mClock->nowNs());
         mAnchorFrames = played < mWrittenFrames ? played : mWrittenFrames;
         mAnchored = false;
@@ -271,16 +273,16 @@ private:
     const bool mFreewheel;
     std::unique_ptr<WavWriter> mWav;  // set before use; its file is guarded by mLock
 
-    std::mutex mLock;  // guards the timeline below, mWoken, mClosed and mWav's file
+    HostMutex mLock;  // also guards mWav's file
     std::condition_variable mCond;
     double mFramesPerSecond;
-    bool mRunning = false;
-    bool mAnchored = false;
-    int64_t mAnchorNs = 0;
-    int64_t mAnchorFrames = 0;
-    int64_t mWrittenFrames = 0;
-    bool mWoken = false;
-    bool mClosed = false;
+    bool mRunning GUARDED_BY(mLock) = false;
+    bool mAnchored GUARDED_BY(mLock) = false;
+    int64_t mAnchorNs GUARDED_BY(mLock) = 0;
+    int64_t mAnchorFrames GUARDED_BY(mLock) = 0;
+    int64_t mWrittenFrames GUARDED_BY(mLock) = 0;
+    bool mWoken GUARDED_BY(mLock) = false;
+    bool mClosed GUARDED_BY(mLock) = false;
 };
 
 class MonotonicClock : public HostAudioClock {
@@ -308,18 +310,18 @@ std::shared_ptr<HostAudioClock> hostAudioMonotonicClock() {
 }
 
 int64_t HostManualClock::nowNs() {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     return mNowNs;
 }
 
 void HostManualClock::waitUntil(std::unique_lock<std::mutex>&, std::condition_variable&,
                                 int64_t deadlineNs) {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (deadlineNs > mNowNs) mNowNs = deadlineNs;
 }
 
 void HostManualClock::advanceNs(int64_t deltaNs) {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     mNowNs += deltaNs;
 }
 

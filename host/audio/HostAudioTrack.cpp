@@ -42,11 +42,11 @@ size_t defaultPeriodFrames(audio_output_flags_t flags, uint32_t sampleRate) {
 
 namespace {
 
-std::mutex gOptionsLock;  // guards gOptions
-std::optional<HostAudioOptions> gOptions;
+HostMutex gOptionsLock;
+std::optional<HostAudioOptions> gOptions GUARDED_BY(gOptionsLock);
 
-std::mutex gTotalsLock;  // guards gTotals
-HostAudioStats gTotals;
+HostMutex gTotalsLock;
+HostAudioStats gTotals GUARDED_BY(gTotalsLock);
 
 std::string lower(std::string s) {
     for (char& c : s) c = (char)tolower((unsigned char)c);
@@ -54,7 +54,7 @@ std::string lower(std::string s) {
 }
 
 HostAudioOptions currentOptions() {
-    std::lock_guard<std::mutex> lock(gOptionsLock);
+    HostLock lock(gOptionsLock);
     return gOptions ? *gOptions : HostAudioOptions();
 }
 
@@ -171,7 +171,7 @@ status_t HostAudioTrack::validate_l() {
 }
 
 status_t HostAudioTrack::init() {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     mStatus = validate_l();
     if (mStatus != OK) return mStatus;
     mSampleRate = mParams.sampleRate != 0 ? mParams.sampleRate : kDefaultSampleRateHz;
@@ -223,7 +223,7 @@ status_t HostAudioTrack::init() {
     if (options.periodHook) mHook = std::make_shared<const HostAudioPeriodHook>(options.periodHook);
     mBuffer.assign(mPeriodFrames * mFrameSizeBytes, 0);
     {
-        std::lock_guard<std::mutex> totals(gTotalsLock);
+        HostLock totals(gTotalsLock);
         gTotals.sink = mSinkName;
         gTotals.outputSampleRate = mSink->outputSampleRate();
     }
@@ -238,7 +238,7 @@ status_t HostAudioTrack::init() {
 
 void HostAudioTrack::shutdown() {
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         mExitPending = true;
         mState = kStopped;
         mCond.notify_all();
@@ -264,18 +264,22 @@ void HostAudioTrack::threadLoop() {
     const size_t requestedBytes = mPeriodFrames * mFrameSizeBytes;
     for (;;) {
         {
-            std::unique_lock<std::mutex> lock(mLock);
-            mCond.wait(lock, [this] { return mExitPending || mState == kActive; });
+            HostLock lock(mLock);
+            mCond.wait(lock.waitable(),
+                       [this]() REQUIRES(mLock) { return mExitPending || mState == kActive; });
             if (mExitPending) return;
         }
         if (!mSink->waitForRoom(mPeriodFrames)) continue;
         std::shared_ptr<const HostAudioPeriodHook> hook;
+        uint32_t sampleRate;
         {
-            std::lock_guard<std::mutex> lock(mLock);
+            HostLock lock(mLock);
             if (mExitPending) return;
             // No callback starts once pause() or stop() has returned.
             if (mState != kActive) continue;
             hook = mHook;
+            // setSampleRate() may change it while this period runs.
+            sampleRate = mSampleRate;
         }
 
         AudioTrack::Buffer buffer;
@@ -301,7 +305,7 @@ void HostAudioTrack::threadLoop() {
         int64_t streamFrames = mStreamFrames.fetch_add((int64_t)writtenFrames + silenceFrames) +
                                (int64_t)writtenFrames + silenceFrames;
         {
-            std::lock_guard<std::mutex> totals(gTotalsLock);
+            HostLock totals(gTotalsLock);
             gTotals.callbacks += 1;
             gTotals.deliveredFrames += (int64_t)writtenFrames;
             gTotals.underrunFrames += silenceFrames;
@@ -316,7 +320,7 @@ void HostAudioTrack::threadLoop() {
             period.deliveredFrames = mDeliveredFrames.load();
             period.requestedFrames = mPeriodFrames;
             period.writtenFrames = writtenFrames;
-            period.sampleRate = mSampleRate;
+            period.sampleRate = sampleRate;
             period.data = mBuffer.data();
             (*hook)(period);
         }
@@ -324,7 +328,7 @@ void HostAudioTrack::threadLoop() {
 }
 
 status_t HostAudioTrack::start() {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (mStatus != OK) return mStatus;
     if (mExitPending) return INVALID_OPERATION;
     if (mState == kActive) return INVALID_OPERATION;
@@ -339,14 +343,14 @@ status_t HostAudioTrack::start() {
 }
 
 void HostAudioTrack::pause() {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (mState != kActive) return;
     mState = kPaused;
     mSink->pause();
 }
 
 void HostAudioTrack::stop() {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (mState != kActive && mState != kPaused) return;
     mState = kStopped;
     mResetPositionOnStart = true;
@@ -354,12 +358,12 @@ void HostAudioTrack::stop() {
 }
 
 bool HostAudioTrack::stopped() const {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     return mState != kActive;
 }
 
 void HostAudioTrack::flush() {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (mStatus != OK || mState == kActive) return;
     mSink->flush();
     mPositionBaseFrames = mDeliveredFrames.load();
@@ -367,7 +371,7 @@ void HostAudioTrack::flush() {
 }
 
 bool HostAudioTrack::isPlaying() const {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     return mState == kActive;
 }
 
@@ -375,14 +379,14 @@ status_t HostAudioTrack::setVolume(float left, float right) {
     if (!(left >= 0.0f && left <= 1.0f) || !(right >= 0.0f && right <= 1.0f)) {
         return BAD_VALUE;
     }
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (mStatus != OK) return mStatus;
     mSink->setVolume(left, right);
     return OK;
 }
 
 status_t HostAudioTrack::setSampleRate(uint32_t sampleRate) {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (mStatus != OK) return mStatus;
     if (mParams.flags & AUDIO_OUTPUT_FLAG_FAST) return INVALID_OPERATION;
     if (sampleRate == 0 || sampleRate > kMaxSampleRateHz) return BAD_VALUE;
@@ -393,12 +397,12 @@ status_t HostAudioTrack::setSampleRate(uint32_t sampleRate) {
 }
 
 uint32_t HostAudioTrack::sampleRate() const {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     return mSampleRate;
 }
 
 status_t HostAudioTrack::setPlaybackRate(const AudioPlaybackRate& rate) {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (isAudioPlaybackRateEqual(rate, mPlaybackRate)) return NO_ERROR;
     if (mStatus != OK) return mStatus;
     // A fast track has no time stretcher on the platform either.
@@ -416,13 +420,13 @@ status_t HostAudioTrack::setPlaybackRate(const AudioPlaybackRate& rate) {
 }
 
 const AudioPlaybackRate& HostAudioTrack::playbackRate() const {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     return mPlaybackRate;
 }
 
 status_t HostAudioTrack::getPosition(uint32_t* position) {
     if (position == nullptr) return BAD_VALUE;
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     if (mStatus != OK) return mStatus;
     if (mResetPositionOnStart) {
         *position = 0;
@@ -444,7 +448,7 @@ HostAudioStats HostAudioTrack::stats() const {
 }
 
 void HostAudioTrack::setPeriodHook(HostAudioPeriodHook hook) {
-    std::lock_guard<std::mutex> lock(mLock);
+    HostLock lock(mLock);
     mHook = hook ? std::make_shared<const HostAudioPeriodHook>(std::move(hook)) : nullptr;
 }
 
@@ -457,24 +461,24 @@ struct HostAudioTrackAccess {
 };
 
 void hostAudioSetOptions(const HostAudioOptions& options) {
-    std::lock_guard<std::mutex> lock(gOptionsLock);
+    HostLock lock(gOptionsLock);
     gOptions = options;
 }
 
 void hostAudioClearOptions() {
-    std::lock_guard<std::mutex> lock(gOptionsLock);
+    HostLock lock(gOptionsLock);
     gOptions.reset();
 }
 
 HostAudioOptionsScope::HostAudioOptionsScope(const HostAudioOptions& options) {
-    std::lock_guard<std::mutex> lock(gOptionsLock);
+    HostLock lock(gOptionsLock);
     mHadPrevious = gOptions.has_value();
     if (mHadPrevious) mPrevious = *gOptions;
     gOptions = options;
 }
 
 HostAudioOptionsScope::~HostAudioOptionsScope() {
-    std::lock_guard<std::mutex> lock(gOptionsLock);
+    HostLock lock(gOptionsLock);
     if (mHadPrevious) {
         gOptions = mPrevious;
     } else {
@@ -488,7 +492,7 @@ HostAudioStats hostAudioGetStats(const sp<AudioTrack>& track) {
 }
 
 HostAudioStats hostAudioGetTotals() {
-    std::lock_guard<std::mutex> lock(gTotalsLock);
+    HostLock lock(gTotalsLock);
     return gTotals;
 }
 

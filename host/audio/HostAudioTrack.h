@@ -81,7 +81,7 @@ public:
 private:
     enum State { kStopped, kActive, kPaused };
 
-    status_t validate_l();
+    status_t validate_l() REQUIRES(mLock);
     void threadLoop();
     void bumpPeriod(size_t requestedFrames, size_t writtenFrames, int64_t silenceFrames);
 
@@ -94,15 +94,17 @@ private:
     std::unique_ptr<HostSink> mSink;  // set by init(), closed by shutdown()
     std::vector<uint8_t> mBuffer;     // the callback's buffer; track thread only
 
-    mutable std::mutex mLock;  // guards the fields below
+    mutable HostMutex mLock;
     std::condition_variable mCond;
-    State mState = kStopped;
-    bool mExitPending = false;
-    bool mResetPositionOnStart = false;
-    bool mInUnderrun = false;
-    uint32_t mSampleRate = 0;
-    AudioPlaybackRate mPlaybackRate = AUDIO_PLAYBACK_RATE_DEFAULT;
-    std::shared_ptr<const HostAudioPeriodHook> mHook;  // copied per period without allocating
+    State mState GUARDED_BY(mLock) = kStopped;
+    bool mExitPending GUARDED_BY(mLock) = false;
+    bool mResetPositionOnStart GUARDED_BY(mLock) = false;
+    bool mInUnderrun GUARDED_BY(mLock) = false;
+    uint32_t mSampleRate GUARDED_BY(mLock) = 0;
+    AudioPlaybackRate mPlaybackRate GUARDED_BY(mLock) = AUDIO_PLAYBACK_RATE_DEFAULT;
+    // copied per period without allocating
+    std::shared_ptr<const HostAudioPeriodHook> mHook GUARDED_BY(mLock);
+    // Started by init() and joined by shutdown(), on the owner's side only.
     std::thread mThread;
 
     // Read by observers at any time; written by the track's thread.

@@ -32,7 +32,7 @@ namespace android {
 
 namespace {
 
-std::mutex gSdlInitLock;  // serialises SDL audio subsystem init and quit
+HostMutex gSdlInitLock;  // serialises SDL audio subsystem init and quit
 
 bool sdlFormatFor(audio_format_t format, SDL_AudioFormat* sdlFormat, AVSampleFormat* avFormat) {
     switch (format) {
@@ -65,13 +65,15 @@ public:
 
     ~SdlSink() override { close(); }
 
-    bool open(uint32_t deviceSampleRate, std::string* why) {
+    // Fills the FIFO and builds the converter without mLock: the device
+    // opens paused, so its callback cannot run before open() returns.
+    bool open(uint32_t deviceSampleRate, std::string* why) NO_THREAD_SAFETY_ANALYSIS {
         if (!sdlFormatFor(mFormat.format, &mSdlFormat, &mAvFormat)) {
             *why = "sample format not supported";
             return false;
         }
         {
-            std::lock_guard<std::mutex> lock(gSdlInitLock);
+            HostLock lock(gSdlInitLock);
             if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0) {
                 *why = SDL_GetError();
                 return false;
@@ -123,7 +125,7 @@ public:
     }
 
     bool waitForRoom(size_t frames) override {
-        std::unique_lock<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         for (;;) {
             if (mWoken) {
                 mWoken = false;
@@ -133,12 +135,12 @@ public:
             if (mFifoFrames - mFillFrames >= needed || !mDeviceRunning) return true;
             // The device's callback signals; the timeout only guards a device
             // that stopped calling back.
-            mCond.wait_for(lock, std::chrono::milliseconds(200));
+            mCond.wait_for(lock.waitable(), std::chrono::milliseconds(200));
         }
     }
 
     void wake() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         mWoken = true;
         mCond.notify_all();
     }
@@ -151,7 +153,7 @@ public:
                (requestedFrames - writtenFrames) * frameBytes);
         int64_t silenceFrames = (int64_t)(requestedFrames - writtenFrames);
         {
-            std::lock_guard<std::mutex> lock(mLock);
+            HostLock lock(mLock);
             if (mClosed) return 0;
             const uint8_t* out = mIn.data();
             size_t outFrames = requestedFrames;
@@ -178,14 +180,14 @@ public:
     }
 
     int64_t bufferedFrames() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         return (int64_t)((uint64_t)mFillFrames * mFormat.sampleRate / mDeviceRate);
     }
 
     void start() override {
         bool primed;
         {
-            std::lock_guard<std::mutex> lock(mLock);
+            HostLock lock(mLock);
             mRunning = true;
             primed = mFillFrames > 0;
         }
@@ -196,7 +198,7 @@ public:
     void stop() override { halt(true); }
 
     void flush() override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         if (!mDeviceRunning) {
             mFillFrames = 0;
             mReadFrame = 0;
@@ -205,7 +207,7 @@ public:
 
     void close() override {
         {
-            std::lock_guard<std::mutex> lock(mLock);
+            HostLock lock(mLock);
             if (mClosed) return;
             mClosed = true;
             mWoken = true;
@@ -220,7 +222,7 @@ public:
     }
 
     void setSpeed(float speed) override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         if (!configureConverter_l(speed)) {
             ALOGE("cannot convert %u Hz at speed %.3f to %d Hz; keeping the previous speed",
                   mFormat.sampleRate, speed, mDeviceRate);
@@ -230,7 +232,7 @@ public:
     }
 
     void setVolume(float left, float right) override {
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         mGain[0] = left;
         mGain[1] = right;
     }
@@ -241,7 +243,7 @@ private:
         return (size_t)ceil(inFrames * ratio) + 32;
     }
 
-    bool configureConverter_l(float speed) {
+    bool configureConverter_l(float speed) REQUIRES(mLock) {
         int inRate = (int)lround(mFormat.sampleRate * (double)speed);
         swr_free(&mSwr);
         if (inRate == mDeviceRate) return true;
@@ -257,7 +259,7 @@ private:
         return true;
     }
 
-    void applyGain(uint8_t* samples, size_t frames) {
+    void applyGain(uint8_t* samples, size_t frames) REQUIRES(mLock) {
         size_t count = frames * mFormat.channelCount;
         switch (mFormat.format) {
             case AUDIO_FORMAT_PCM_16_BIT:
@@ -278,7 +280,7 @@ private:
         }
     }
 
-    void pushFifo_l(const uint8_t* data, size_t frames) {
+    void pushFifo_l(const uint8_t* data, size_t frames) REQUIRES(mLock) {
         size_t room = mFifoFrames - mFillFrames;
         if (frames > room) {
             mDroppedFrames += frames - room;
@@ -297,7 +299,7 @@ private:
     }
 
     // Device frames the callback had to play as silence, in track frames.
-    int64_t takeLateFrames_l() {
+    int64_t takeLateFrames_l() REQUIRES(mLock) {
         if (mLateDeviceFrames == 0) return 0;
         double trackPerDevice = mFormat.sampleRate * (double)mSpeed / mDeviceRate;
         int64_t frames = (int64_t)floor(mLateDeviceFrames * trackPerDevice);
@@ -307,9 +309,9 @@ private:
     }
 
     void startDeviceIfDue() {
-        std::lock_guard<std::mutex> deviceLock(mDeviceLock);
+        HostLock deviceLock(mDeviceLock);
         {
-            std::lock_guard<std::mutex> lock(mLock);
+            HostLock lock(mLock);
             if (!mRunning || mDeviceRunning || mClosed) return;
             mDeviceRunning = true;
         }
@@ -317,10 +319,10 @@ private:
     }
 
     void halt(bool drop) {
-        std::lock_guard<std::mutex> deviceLock(mDeviceLock);
+        HostLock deviceLock(mDeviceLock);
         bool wasRunning;
         {
-            std::lock_guard<std::mutex> lock(mLock);
+            HostLock lock(mLock);
             wasRunning = mDeviceRunning;
             mRunning = false;
             mDeviceRunning = false;
@@ -329,7 +331,7 @@ private:
         }
         // Never under mLock: SDL waits here for its callback, which takes it.
         if (wasRunning && mDevice != 0) SDL_PauseAudioDevice(mDevice, 1);
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         mLateDeviceFrames = 0;
         if (drop) {
             mFillFrames = 0;
@@ -345,7 +347,7 @@ private:
     void pull(uint8_t* stream, size_t bytes) {
         const size_t frameBytes = mFormat.frameSizeBytes;
         size_t wanted = bytes / frameBytes;
-        std::lock_guard<std::mutex> lock(mLock);
+        HostLock lock(mLock);
         size_t frames = std::min(wanted, mFillFrames);
         size_t first = std::min(frames, mFifoFrames - mReadFrame);
         memcpy(stream, mFifo.data() + mReadFrame * frameBytes, first * frameBytes);
@@ -358,7 +360,7 @@ private:
     }
 
     void quitSdl() {
-        std::lock_guard<std::mutex> lock(gSdlInitLock);
+        HostLock lock(gSdlInitLock);
         if (mSdlInitialised) SDL_QuitSubSystem(SDL_INIT_AUDIO);
         mSdlInitialised = false;
     }
@@ -366,7 +368,7 @@ private:
     const HostSinkFormat mFormat;
     SDL_AudioFormat mSdlFormat = AUDIO_S16SYS;
     AVSampleFormat mAvFormat = AV_SAMPLE_FMT_S16;
-    bool mSdlInitialised = false;  // guarded by gSdlInitLock
+    bool mSdlInitialised GUARDED_BY(gSdlInitLock) = false;
     SDL_AudioDeviceID mDevice = 0;
     int mDeviceRate = 0;
     int mDeviceBufferFrames = 0;
@@ -375,23 +377,23 @@ private:
     size_t mFifoFrames = 0;
     std::vector<uint8_t> mIn;  // track thread only
 
-    std::mutex mDeviceLock;  // orders device pause/resume decisions; taken before mLock
-    std::mutex mLock;  // guards the FIFO, converter, gain, speed and the flags below
+    HostMutex mDeviceLock;  // orders device pause/resume decisions
+    HostMutex mLock ACQUIRED_AFTER(mDeviceLock);
     std::condition_variable mCond;
-    std::vector<uint8_t> mFifo;
-    size_t mReadFrame = 0;
-    size_t mFillFrames = 0;
-    std::vector<uint8_t> mConverted;
-    SwrContext* mSwr = nullptr;
-    float mSpeed = 1.0f;
-    float mGain[2] = {1.0f, 1.0f};
-    bool mRunning = false;
-    bool mDeviceRunning = false;
-    bool mWoken = false;
-    bool mClosed = false;
-    bool mOverflowLogged = false;
-    int64_t mLateDeviceFrames = 0;
-    int64_t mDroppedFrames = 0;
+    std::vector<uint8_t> mFifo GUARDED_BY(mLock);
+    size_t mReadFrame GUARDED_BY(mLock) = 0;
+    size_t mFillFrames GUARDED_BY(mLock) = 0;
+    std::vector<uint8_t> mConverted GUARDED_BY(mLock);
+    SwrContext* mSwr GUARDED_BY(mLock) = nullptr;
+    float mSpeed GUARDED_BY(mLock) = 1.0f;
+    float mGain[2] GUARDED_BY(mLock) = {1.0f, 1.0f};
+    bool mRunning GUARDED_BY(mLock) = false;
+    bool mDeviceRunning GUARDED_BY(mLock) = false;
+    bool mWoken GUARDED_BY(mLock) = false;
+    bool mClosed GUARDED_BY(mLock) = false;
+    bool mOverflowLogged GUARDED_BY(mLock) = false;
+    int64_t mLateDeviceFrames GUARDED_BY(mLock) = 0;
+    int64_t mDroppedFrames GUARDED_BY(mLock) = 0;
 };
 
 }  // namespace

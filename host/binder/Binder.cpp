@@ -83,14 +83,14 @@ private:
         }
     }
 
-    Mutex mLock;  // guards every field below
-    Condition mWorkCondition;
-    Condition mIdleCondition;
-    std::deque<Work> mPending;
-    uint64_t mPosted = 0;
-    uint64_t mDelivered = 0;
-    bool mStarted = false;
-    pthread_t mThreadId{};
+    Mutex mLock;
+    Condition mWorkCondition;  // waits with mLock
+    Condition mIdleCondition;  // waits with mLock
+    std::deque<Work> mPending GUARDED_BY(mLock);
+    uint64_t mPosted GUARDED_BY(mLock) = 0;
+    uint64_t mDelivered GUARDED_BY(mLock) = 0;
+    bool mStarted GUARDED_BY(mLock) = false;
+    pthread_t mThreadId GUARDED_BY(mLock){};
 };
 
 }  // namespace

@@ -74,9 +74,9 @@ public:
     }
 
 private:
-    mutable Mutex mLock;  // guards mServices
-    mutable Condition mAdded;
-    std::map<String16, sp<IBinder>> mServices;
+    mutable Mutex mLock;
+    mutable Condition mAdded;  // waits with mLock
+    std::map<String16, sp<IBinder>> mServices GUARDED_BY(mLock);
 };
 
 sp<HostServiceManager> hostServiceManager() {

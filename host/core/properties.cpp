@@ -10,8 +10,9 @@
 #include <string.h>
 
 #include <map>
-#include <mutex>
 #include <string>
+
+#include <utils/HostMutex.h>
 
 #include <log/log.h>
 
@@ -20,11 +21,10 @@ namespace {
 // The store lives for the whole process; it is never destroyed so that
 // property calls from static destructors of other objects stay safe.
 struct PropertyStore {
-    // Guards mValues and mLoaded.
-    std::mutex mLock;
-    std::map<std::string, std::string> mValues;
+    android::HostMutex mLock;
+    std::map<std::string, std::string> mValues GUARDED_BY(mLock);
     // Whether the start-up load from the file and the environment has run.
-    bool mLoaded = false;
+    bool mLoaded GUARDED_BY(mLock) = false;
 };
 
 PropertyStore& store() {
@@ -53,7 +53,7 @@ std::string trim(const std::string& s) {
 // return true without setting anything.  |origin| and |line| name the entry
 // in the log line of a malformed one.
 bool applyEntry_l(PropertyStore& s, const std::string& rawEntry, const char* origin, int line,
-                  int* setCount) {
+                  int* setCount) REQUIRES(s.mLock) {
     const std::string entry = trim(rawEntry);
     if (entry.empty() || entry[0] == '#') return true;
     const size_t eq = entry.find('=');
@@ -80,7 +80,7 @@ bool applyEntry_l(PropertyStore& s, const std::string& rawEntry, const char* ori
     return true;
 }
 
-int loadString_l(PropertyStore& s, const char* text, const char* origin) {
+int loadString_l(PropertyStore& s, const char* text, const char* origin) REQUIRES(s.mLock) {
     int setCount = 0;
     if (text == nullptr) return 0;
     std::string entry;
@@ -98,7 +98,7 @@ int loadString_l(PropertyStore& s, const char* text, const char* origin) {
     return setCount;
 }
 
-int loadFile_l(PropertyStore& s, const char* path) {
+int loadFile_l(PropertyStore& s, const char* path) REQUIRES(s.mLock) {
     FILE* f = fopen(path, "re");
     if (f == nullptr) {
         ALOGE("cannot open property file %s: %s", path, strerror(errno));
@@ -124,7 +124,7 @@ int loadFile_l(PropertyStore& s, const char* path) {
 }
 
 // The start-up load: the file first, then the environment, which wins.
-int loadDefaults_l(PropertyStore& s, const char* filePath) {
+int loadDefaults_l(PropertyStore& s, const char* filePath) REQUIRES(s.mLock) {
     int result = 0;
     if (filePath != nullptr && filePath[0] != '\0') {
         if (loadFile_l(s, filePath) < 0) result = -1;
@@ -134,7 +134,7 @@ int loadDefaults_l(PropertyStore& s, const char* filePath) {
     return result;
 }
 
-void ensureLoaded_l(PropertyStore& s) {
+void ensureLoaded_l(PropertyStore& s) REQUIRES(s.mLock) {
     if (!s.mLoaded) loadDefaults_l(s, getenv("ROTAVOX_PROPERTIES_FILE"));
 }
 
@@ -144,7 +144,7 @@ int lookup(const char* key, char* value) {
     value[0] = '\0';
     if (key == nullptr) return 0;
     PropertyStore& s = store();
-    std::lock_guard<std::mutex> lock(s.mLock);
+    android::HostLock lock(s.mLock);
     ensureLoaded_l(s);
     auto it = s.mValues.find(key);
     if (it == s.mValues.end()) return 0;
@@ -222,7 +222,7 @@ int property_set(const char* key, const char* value) {
         return -1;
     }
     PropertyStore& s = store();
-    std::lock_guard<std::mutex> lock(s.mLock);
+    android::HostLock lock(s.mLock);
     ensureLoaded_l(s);
     s.mValues[key] = value;
     return 0;
@@ -235,7 +235,7 @@ int property_list(void (*propfn)(const char* key, const char* value, void* cooki
     std::map<std::string, std::string> copy;
     {
         PropertyStore& s = store();
-        std::lock_guard<std::mutex> lock(s.mLock);
+        android::HostLock lock(s.mLock);
         ensureLoaded_l(s);
         copy = s.mValues;
     }
@@ -245,14 +245,14 @@ int property_list(void (*propfn)(const char* key, const char* value, void* cooki
 
 void host_properties_clear(void) {
     PropertyStore& s = store();
-    std::lock_guard<std::mutex> lock(s.mLock);
+    android::HostLock lock(s.mLock);
     s.mValues.clear();
     s.mLoaded = true;
 }
 
 int host_properties_reload(const char* file_path) {
     PropertyStore& s = store();
-    std::lock_guard<std::mutex> lock(s.mLock);
+    android::HostLock lock(s.mLock);
     s.mValues.clear();
     return loadDefaults_l(s, file_path);
 }
@@ -260,14 +260,14 @@ int host_properties_reload(const char* file_path) {
 int host_properties_load_file(const char* file_path) {
     if (file_path == nullptr) return -1;
     PropertyStore& s = store();
-    std::lock_guard<std::mutex> lock(s.mLock);
+    android::HostLock lock(s.mLock);
     ensureLoaded_l(s);
     return loadFile_l(s, file_path);
 }
 
 int host_properties_load_string(const char* text, const char* origin) {
     PropertyStore& s = store();
-    std::lock_guard<std::mutex> lock(s.mLock);
+    android::HostLock lock(s.mLock);
     ensureLoaded_l(s);
     return loadString_l(s, text, origin != nullptr ? origin : "properties");
 }

@@ -41,11 +41,10 @@ private:
         const AHandler *mRawHandler;
     };
 
-    // guards mHandlers, mNextHandlerID and the id/looper fields of every
-    // registered AHandler
+    // also guards the id/looper fields of every registered AHandler
     Mutex mLock;
-    KeyedVector<ALooper::handler_id, HandlerInfo> mHandlers;
-    ALooper::handler_id mNextHandlerID;
+    KeyedVector<ALooper::handler_id, HandlerInfo> mHandlers GUARDED_BY(mLock);
+    ALooper::handler_id mNextHandlerID GUARDED_BY(mLock);
 
     DISALLOW_EVIL_CONSTRUCTORS(ALooperRoster);
 };

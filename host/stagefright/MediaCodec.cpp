@@ -804,7 +804,6 @@ void MediaCodec::postError(status_t err) {
 }
 
 void MediaCodec::postFormatChanged() {
-    // Called with mLock held.
     sp<AMessage> cb = mCallback->dup();
     cb->setInt32("callbackID", CB_OUTPUT_FORMAT_CHANGED);
     cb->setMessage("format", mOutputFormat->dup());

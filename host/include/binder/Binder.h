@@ -62,9 +62,9 @@ private:
     void sendObituaries();
 
     std::atomic<bool> mDead{false};
-    mutable Mutex mLock;  // guards mObituaries and mObitsSent
-    std::vector<Obituary> mObituaries;
-    bool mObitsSent = false;
+    mutable Mutex mLock;
+    std::vector<Obituary> mObituaries GUARDED_BY(mLock);
+    bool mObitsSent GUARDED_BY(mLock) = false;
 
     BBinder(const BBinder&) = delete;
     BBinder& operator=(const BBinder&) = delete;

@@ -55,13 +55,13 @@ protected:
 
 private:
     status_t acquire_l(int flags, const sp<IBinder>& lock, const String16& tag,
-                       const String16& packageName, int workSourceUid);
+                       const String16& packageName, int workSourceUid) REQUIRES(mLock);
 
-    mutable Mutex mLock;  // guards every field below
-    std::vector<WakeLock> mWakeLocks;
-    int mAcquireRequests = 0;
-    int mReleaseRequests = 0;
-    status_t mRefusal = OK;
+    mutable Mutex mLock;
+    std::vector<WakeLock> mWakeLocks GUARDED_BY(mLock);
+    int mAcquireRequests GUARDED_BY(mLock) = 0;
+    int mReleaseRequests GUARDED_BY(mLock) = 0;
+    status_t mRefusal GUARDED_BY(mLock) = OK;
 };
 
 // The "power" service as registered now (null when removed).

@@ -22,6 +22,7 @@
 #include <stdint.h>
 #include <string>
 
+#include <utils/HostMutex.h>
 #include <utils/StrongPointer.h>
 
 namespace android {
@@ -54,8 +55,8 @@ public:
     void advanceNs(int64_t deltaNs);
 
 private:
-    std::mutex mLock;  // guards mNowNs
-    int64_t mNowNs;
+    HostMutex mLock;
+    int64_t mNowNs GUARDED_BY(mLock);
 };
 
 /* What the period hook is told after each callback. */

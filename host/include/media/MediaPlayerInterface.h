@@ -70,8 +70,8 @@ public:
     }
 
 private:
-    Mutex mNotifyLock;  // guards mListener
-    sp<Listener> mListener;
+    Mutex mNotifyLock;
+    sp<Listener> mListener GUARDED_BY(mNotifyLock);
 };
 
 }  // namespace android

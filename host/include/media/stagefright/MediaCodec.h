@@ -153,12 +153,12 @@ private:
     bool pumpOnce();
     void announceInputBuffers();
     void postError(status_t err);
-    void postFormatChanged();
+    void postFormatChanged() REQUIRES(mLock);
     bool emitPendingOutput();
     bool emitEndOfStream();
     void dropDecoderState();
-    void resetSlots_l();
-    void addSlots_l();
+    void resetSlots_l() REQUIRES(mLock);
+    void addSlots_l() REQUIRES(mLock);
 
     wp<ALooper> mLooper;
     AString mComponentName;
@@ -166,19 +166,19 @@ private:
     // Guards the state, the formats, the buffer slots, the callback message
     // and everything the looper shares with client threads.
     mutable Mutex mLock;
-    State mState;
-    sp<AMessage> mCallback;
-    sp<AMessage> mInputFormat;
-    sp<AMessage> mOutputFormat;
+    State mState GUARDED_BY(mLock);
+    sp<AMessage> mCallback GUARDED_BY(mLock);
+    sp<AMessage> mInputFormat GUARDED_BY(mLock);
+    sp<AMessage> mOutputFormat GUARDED_BY(mLock);
     // Indexed by buffer index; each run (start after flush or stop) adds a
     // fresh set and retires the old one, so indices are never reused.
-    std::vector<BufferSlot> mInputSlots;
-    std::vector<BufferSlot> mOutputSlots;
-    size_t mInputBase;   // first index of the current run
-    size_t mOutputBase;
+    std::vector<BufferSlot> mInputSlots GUARDED_BY(mLock);
+    std::vector<BufferSlot> mOutputSlots GUARDED_BY(mLock);
+    size_t mInputBase GUARDED_BY(mLock);   // first index of the current run
+    size_t mOutputBase GUARDED_BY(mLock);
     // Bumped by flush/stop so that queued pump messages of the old run die.
-    int32_t mGeneration;
-    bool mPumpPending;
+    int32_t mGeneration GUARDED_BY(mLock);
+    bool mPumpPending GUARDED_BY(mLock);
 
     std::unique_ptr<Decoder> mDecoder;
 

@@ -77,17 +77,17 @@ protected:
     virtual ~NuMediaExtractor();
 
 private:
-    status_t openDemuxer_l(const sp<DataSource> &source);
-    status_t fetchSamples_l();
-    ssize_t nextTrack_l() const;
-    void releaseDemuxer_l();
+    status_t openDemuxer_l(const sp<DataSource> &source) REQUIRES(mLock);
+    status_t fetchSamples_l() REQUIRES(mLock);
+    ssize_t nextTrack_l() const REQUIRES(mLock);
+    void releaseDemuxer_l() REQUIRES(mLock);
 
     // Guards every member: the player, the decoder's looper and the reader
     // of raw samples call in from different threads.
     mutable Mutex mLock;
 
-    sp<DataSource> mDataSource;
-    std::unique_ptr<Demuxer> mDemuxer;
+    sp<DataSource> mDataSource GUARDED_BY(mLock);
+    std::unique_ptr<Demuxer> mDemuxer GUARDED_BY(mLock);
 
     DISALLOW_EVIL_CONSTRUCTORS(NuMediaExtractor);
 };

@@ -42,7 +42,9 @@ struct ALooper : public RefBase {
 
     static int64_t GetNowUs();
 
-    const char *getName() const {
+    // Reads mName without mLock, as the platform's does: callers name a
+    // looper before they start it and share it.
+    const char *getName() const NO_THREAD_SAFETY_ANALYSIS {
         return mName.c_str();
     }
 
@@ -57,18 +59,17 @@ private:
         sp<AMessage> mMessage;
     };
 
-    // guards mEventQueue, mThread, mRunningLocally, mName and mPriority
     Mutex mLock;
     Condition mQueueChangedCondition;
 
-    AString mName;
-    int32_t mPriority;
+    AString mName GUARDED_BY(mLock);
+    int32_t mPriority GUARDED_BY(mLock);
 
-    List<Event> mEventQueue;
+    List<Event> mEventQueue GUARDED_BY(mLock);
 
     struct LooperThread;
-    sp<LooperThread> mThread;
-    bool mRunningLocally;
+    sp<LooperThread> mThread GUARDED_BY(mLock);
+    bool mRunningLocally GUARDED_BY(mLock);
 
     // use a separate lock for reply handling, as it is always on another thread
     // use a central lock, however, to avoid creating a mutex for each reply
