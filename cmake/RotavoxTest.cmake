@@ -1,10 +1,19 @@
-# rotavox_test(NAME <name> SOURCES <files...> [LIBS <targets...>] [LABELS <labels...>]
-#              [TIMEOUT <seconds>])
-# One GoogleTest executable, registered as one ctest test of the same name.
-# Every test executable links the log capture (host/testing), so tests can
-# look at the log lines the code under test writes.
+# rotavox_test(SOURCES <file_test.cpp> [<helpers...>] [LIBS <targets...>]
+#              [LABELS <labels...>] [TIMEOUT <seconds>])
+# One GoogleTest executable, registered as one ctest test, both named after
+# the first source file (ALooper_test.cpp -> ALooper_test), so that
+# `ctest -R ALooper` finds the looper's tests.  Every test executable links
+# the log capture (host/testing), so tests can look at the log lines the code
+# under test writes.
 function(rotavox_test)
   cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  list(GET T_SOURCES 0 first)
+  get_filename_component(T_FILE_NAME ${first} NAME_WE)
+  if(NOT T_NAME)
+    set(T_NAME ${T_FILE_NAME})
+  elseif(NOT T_NAME STREQUAL T_FILE_NAME)
+    message(FATAL_ERROR "rotavox_test: ${T_NAME} must be named after its file, ${T_FILE_NAME}")
+  endif()
   add_executable(${T_NAME} ${T_SOURCES})
   target_compile_options(${T_NAME} PRIVATE ${ROTAVOX_WARNINGS})
   target_link_libraries(${T_NAME} PRIVATE rotavox_testing ${T_LIBS} GTest::gmock GTest::gtest_main Threads::Threads)

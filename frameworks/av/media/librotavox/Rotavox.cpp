@@ -596,9 +596,6 @@ void Rotavox::AudioCallback(int event, void* info) {
     buffer->size = fillBuffer(buffer->raw, buffer->size);
 }
 
-// Runs on the audio output's callback thread without the player's lock.
-// Allocates nothing: it copies straight from the source's buffers and keeps
-// the rest of a buffer for the next call.
 // Reads mSource without mLock: the output runs only between a play that
 // made the source and a reset that stops the output before it drops it.
 size_t Rotavox::fillBuffer(void* data, size_t size) NO_THREAD_SAFETY_ANALYSIS {

@@ -158,6 +158,16 @@ private:
     void createAudioPlayer_l() REQUIRES(mLock);
     status_t startAudioPlayer_l(bool sendErrorNotification = true) REQUIRES(mLock);
     void notifyIfMediaStarted_l() REQUIRES(mLock);
+
+    // The real-time path: both run on the output's callback thread, without
+    // mLock, and touch only mSource, mInputBuffer, mAudioPaused and
+    // mAudioPauses; the player pauses or stops the track before it changes
+    // them.  fillBuffer allocates nothing of its own: it copies from the
+    // source's buffers, keeps the rest of one for the next call and releases
+    // (frees) each one it has emptied.  For every block it still needs it
+    // calls RotavoxSource::read, which allocates that block's 2048-byte
+    // buffer and may wait (see there); a WOULD_BLOCK answer is asked again at
+    // once while the output runs.
     void AudioCallback(int event, void* info);
     size_t fillBuffer(void* data, size_t size);
 

@@ -101,7 +101,20 @@ public:
     virtual status_t start(MetaData* params = NULL);
     virtual status_t stop();
     virtual sp<MetaData> getFormat();
-    virtual status_t read(MediaBufferBase** buffer, const ReadOptions* options = NULL);
+    // The real-time path: called on the audio output's callback thread for
+    // each block of at most 2048 bytes.  It holds mLock throughout, so it
+    // waits for the looper's short locked sections (a position change, a
+    // cache append; never an upstream read, which runs under mSourceLock
+    // alone) and for forward() and rewind().  While the cache has no readable
+    // buffer it waits in 50 ms steps, letting go of mLock meanwhile, until a
+    // buffer arrives, pause() is called or decoding has failed; nothing else
+    // bounds that wait.  Every call allocates its 2048-byte output buffer,
+    // which the caller owns and releases; the first call also makes the
+    // resampler, and a call that finds the cache in need of filling posts a
+    // decode request (a new message) and, when it restarts the cache, gives
+    // back the buffers it held.
+    virtual status_t read(MediaBufferBase** buffer, const ReadOptions* options = NULL)
+            EXCLUDES(mLock);
     virtual status_t pause();
 
     // Called by the resampler inside read(), with mLock held.
