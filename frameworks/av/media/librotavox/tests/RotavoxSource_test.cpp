@@ -557,7 +557,7 @@ TEST_F(RotavoxSourceTest, BackwardRefillIsRequestedNearTheStartAndThrottled) {
     mSource->forward(0);
     {
         Mutex::Autolock lock(in().lock());
-        mSource->updateCacheIfNecessary_l(start + 1000000);
+        in().updateCacheIfNecessary_l(start + 1000000);
         EXPECT_FALSE(in().decoding());
     }
     mSource->rewind(0);
@@ -566,9 +566,9 @@ TEST_F(RotavoxSourceTest, BackwardRefillIsRequestedNearTheStartAndThrottled) {
         Mutex::Autolock lock(in().lock());
         // ... backward, 1.5 s or closer to the start asks for a refill 4 s
         // before the start.
-        mSource->updateCacheIfNecessary_l(start + 1600000);
+        in().updateCacheIfNecessary_l(start + 1600000);
         EXPECT_FALSE(in().decoding());
-        mSource->updateCacheIfNecessary_l(start + 1000000);
+        in().updateCacheIfNecessary_l(start + 1000000);
         EXPECT_TRUE(in().decoding());
         EXPECT_EQ(16960, in().lastBackfillRequestTime_l());
     }
@@ -580,11 +580,11 @@ TEST_F(RotavoxSourceTest, BackwardRefillIsRequestedNearTheStartAndThrottled) {
     // Within 50 ms and less than 500 ms below the last request: nothing.
     generation = in().generation();
     gFakeWallClockUs = 1040000;
-    mSource->updateCacheIfNecessary_l(start + 700000);
+    in().updateCacheIfNecessary_l(start + 700000);
     EXPECT_EQ(generation, in().generation());
     // Further down than 500 ms below it: a new request.
     gFakeWallClockUs = 20 * 65536 + 35536;  // a stamp of -30000
-    mSource->updateCacheIfNecessary_l(start + 400000);
+    in().updateCacheIfNecessary_l(start + 400000);
     EXPECT_EQ(generation + 1, in().generation());
     EXPECT_EQ(start + 400000, in().lastBackfillRequestPosUs_l());
     EXPECT_EQ(-30000, in().lastBackfillRequestTime_l());
@@ -593,11 +593,11 @@ TEST_F(RotavoxSourceTest, BackwardRefillIsRequestedNearTheStartAndThrottled) {
     // request is throttled as if no time had passed...
     generation = in().generation();
     gFakeWallClockUs += 10 * 65536;
-    mSource->updateCacheIfNecessary_l(start + 300000);
+    in().updateCacheIfNecessary_l(start + 300000);
     EXPECT_EQ(generation, in().generation());
     // ... while 50 ms of stamp difference lets the same position through.
     gFakeWallClockUs += 50000;
-    mSource->updateCacheIfNecessary_l(start + 300000);
+    in().updateCacheIfNecessary_l(start + 300000);
     EXPECT_EQ(generation + 1, in().generation());
     EXPECT_EQ(start + 300000, in().lastBackfillRequestPosUs_l());
     EXPECT_EQ(20000, in().lastBackfillRequestTime_l());
@@ -607,7 +607,7 @@ TEST_F(RotavoxSourceTest, BackwardRefillIsRequestedNearTheStartAndThrottled) {
     generation = in().generation();
     for (int i = 0; i < 70; ++i) {
         gFakeWallClockUs += 1000;
-        mSource->updateCacheIfNecessary_l(start + 200000);
+        in().updateCacheIfNecessary_l(start + 200000);
         ASSERT_EQ(generation, in().generation()) << "stamp step " << i;
     }
 }
@@ -659,7 +659,7 @@ TEST_F(RotavoxSourceTest, NoRefillWhenTheCacheStartsWithin300ms) {
     mSource->rewind(0);
     const int32_t generation = in().generation();
     Mutex::Autolock lock(in().lock());
-    mSource->updateCacheIfNecessary_l(400000);
+    in().updateCacheIfNecessary_l(400000);
     EXPECT_EQ(generation, in().generation());
     EXPECT_FALSE(in().decoding());
 }
@@ -747,7 +747,7 @@ TEST_F(RotavoxSourceTest, SeekDuringAReadDiscardsItsBuffer) {
         // The reader jumps away while the first upstream read is running,
         // as a read() on the audio thread would.
         Mutex::Autolock lock(in().lock());
-        mSource->updateCacheIfNecessary_l(30000000);
+        in().updateCacheIfNecessary_l(30000000);
     }
     mUpstream->openGate();
     ASSERT_TRUE(mUpstream->waitForReadsDone(2));
