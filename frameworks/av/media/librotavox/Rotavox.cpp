@@ -614,7 +614,9 @@ size_t Rotavox::fillBuffer(void* data, size_t size) {
             status_t err = mSource->read(&buffer, &options);
             mInputBuffer = static_cast<MediaBuffer*>(buffer);
             // Paused now, or paused at some point during the read and
-            // already playing again.
+            // already playing again.  A pause ends the source's wait for data
+            // with OK and no buffer; taken for a running output, that read
+            // would abort on the line-447 check below.
             const bool pausedDuringRead = mAudioPaused || mAudioPauses.load() != pausesBefore;
 
             if (err == WOULD_BLOCK) {
@@ -691,7 +693,9 @@ status_t Rotavox::play_l() {
             return mPrepareResult;
         }
         // The wait let go of the lock: another thread may have started
-        // playback in the meantime, and the output must not start twice.
+        // playback in the meantime.  Going on would start the output a
+        // second time, which the AUDIO_RUNNING check below answers with an
+        // abort.
         if (mFlags & PLAYING) {
             return OK;
         }

@@ -117,7 +117,8 @@ private:
     // Guarded by mLock unless noted.  Fields that are read without the lock
     // by design (getPosition, getDuration, isPlaying, the unguarded pause of
     // setPlaybackRatePermille(0), the audio callback) are atomics, relaxed:
-    // the behaviour is the plain one, minus the data race.
+    // the behaviour is the plain one, minus the data race that a plain field
+    // would be (undefined behaviour, and what TSan reports).
     wp<MediaPlayerBase> mListener;
     std::atomic<int32_t> mStartedGeneration;
     std::atomic<int32_t> mPlayGeneration;

@@ -162,7 +162,8 @@ MediaBuffer* MediaBufferCache::acquireBuffer(int size, int64_t /* timeUs */) {
             Node node = mActiveBuffers.end();
             --node;
             // The front of the continuous stretch must stay a valid node: a
-            // refill still splices in front of it.
+            // refill still splices in front of it, and erasing it would
+            // leave mNodeContinuousFrom pointing at a freed node.
             if (node != mReadNode && node != mNodeContinuousFrom &&
                     (*node)->size() >= (size_t)size) {
                 MediaBuffer* buffer = *node;
@@ -388,6 +389,7 @@ void MediaBufferCache::updateReadPosition() {
 
     if (mActiveBuffers.empty()) {
         ALOGE("buffer list is empty?!!");
+        // Carrying on would read the time of the end node.
         mReadNode = mActiveBuffers.end();
         return;
     }
@@ -437,6 +439,7 @@ int64_t MediaBufferCache::releaseFromStart(int64_t timeUs) {
         }
         Node old = mNodeContinuousFrom;
         ++mNodeContinuousFrom;
+        // Else the cursor would be left on a freed node.
         if (mReadNode == old) {
             mReadNode = mActiveBuffers.end();
         }
@@ -470,6 +473,8 @@ int64_t MediaBufferCache::releaseToEnd(int64_t timeUs) {
                      (*last)->meta_data().findInt64(kKeyTime, &mCacheEndUs));
             return count;
         }
+        // Neither iterator may be left on a freed node; the loop stops at
+        // an empty list instead of stepping before its end.
         if (mReadNode == last) {
             mReadNode = mActiveBuffers.end();
         }
@@ -895,7 +900,8 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
 
 void RotavoxSource::resample(MediaBufferBase* buffer) {
     if (mChannelCount <= 0) {
-        // Nothing sensible can be produced from a format without channels.
+        // A format without channels: the frames per resampler call below
+        // would be a division by zero.
         buffer->set_range(0, 0);
         return;
     }
