@@ -75,8 +75,9 @@ private:
     typedef List<MediaBuffer*>::iterator Node;
 
     static bool isPendingTarget(int64_t posUs) { return posUs % kCacheSeekGridUs == 0; }
-    // Takes |buffer| away from the reader that still holds it: it leaves
-    // the cache's accounting now and its memory at the next read().
+    // Gives up |buffer|, which the reader still holds: whether it goes to
+    // the free list or is destroyed is decided now, and done at the next
+    // read().
     void retireBufferInPlay(MediaBuffer* buffer, bool toFreeList);
     void leaveBufferInPlay();
     static bool overMemoryLimit(uint32_t bytes) { return (bytes >> 22) > 14; }
