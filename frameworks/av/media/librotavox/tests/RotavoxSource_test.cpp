@@ -858,6 +858,7 @@ protected:
         mSource = new RotavoxSource(mDecoder, params);
         mSource->start(NULL);
         mHistory.clear();
+        mAwayRun = 0;
     }
     void TearDown() override {
         mSource.clear();
@@ -877,13 +878,17 @@ protected:
         int rate;
         double seconds;  // of output
     };
-    // Plays |steps| and returns the first frame that lies away from every
-    // position the source reported around it (the last 16 reads), "" when
-    // there is none.  The margin covers a buffer's length and the wrap of
-    // the left sample in frames interpolated at a changing rate; audio from
-    // a reused or freed buffer comes from much further away.
+    // Plays |steps| and returns the first run of frames that lie away from
+    // every position the source reported around them (the last 16 reads),
+    // "" when there is none.  The margin covers a buffer's length and the
+    // wrap of the left sample in frames interpolated at a changing rate.
+    // Where the play jumps (a seek), the frames between the old place's
+    // last frame and the new place's first are interpolated from both: a
+    // short run lies in between.  Audio from a reused or freed buffer is a
+    // whole buffer from elsewhere.
     std::string play(const std::vector<Step>& steps, bool pace = true) {
         const int64_t kMarginFrames = 70000;
+        const int kLongestJump = 64;  // frames between two far places
         std::vector<int64_t>& history = mHistory;
         auto note = [&](int64_t us) {
             history.push_back(us * kRate / 1000000);
@@ -908,17 +913,19 @@ protected:
                     return "no audio at output frame " + std::to_string(output);
                 }
                 note(mSource->getPosition());
-                const int64_t lo = *std::min_element(history.begin(), history.end());
-                const int64_t hi = *std::max_element(history.begin(), history.end());
                 const int16_t* s = (const int16_t*)buffer->data();
                 const size_t frames = buffer->range_length() / 4;
                 std::string outside;
                 for (size_t k = 0; k < frames && outside.empty(); ++k) {
                     const int64_t index = indexOf(s + 2 * k);
-                    if (index < lo - kMarginFrames || index > hi + kMarginFrames) {
-                        outside = "output frame " + std::to_string(output + k) + " is frame " +
-                                  std::to_string(index) + ", the play was within " +
-                                  std::to_string(lo) + ".." + std::to_string(hi);
+                    bool near = false;
+                    for (int64_t p : history) near |= std::abs(index - p) <= kMarginFrames;
+                    mAwayRun = near ? 0 : mAwayRun + 1;
+                    if (mAwayRun > kLongestJump) {
+                        outside = "output frames up to " + std::to_string(output + k) +
+                                  " come from around frame " + std::to_string(index) +
+                                  ", the play was at " + std::to_string(history.front()) +
+                                  ".." + std::to_string(history.back());
                     }
                 }
                 output += frames;
@@ -935,6 +942,7 @@ protected:
     // Positions of the last reads, in frames: after a seek the stage still
     // finishes the buffer it was in.
     std::vector<int64_t> mHistory;
+    int mAwayRun = 0;  // frames in a row away from every position
 };
 
 // Backward within the cache's reach of the end (the joins of backward
