@@ -319,11 +319,12 @@ TEST_F(RotavoxTest, BadFilesAnswerWithAStatus) {
 }
 
 // Every kind of bad input from outside the engine, each on the same player
-// object in turn: each answers with a status and a log line, none aborts, and
-// the player plays a good file straight afterwards (nothing is lost or left
-// half-open).  With ROTAVOX_BAD_INPUT_TABLE=1 the observed answers are
+// object in turn: each answers with a status (and a log line from whoever
+// found the fault, the engine saying nothing of a null path), none aborts,
+// and the player plays a good file straight afterwards (nothing is lost or
+// left half-open).  With ROTAVOX_BAD_INPUT_TABLE=1 the observed answers are
 // printed as the rows of docs/bad-input.md.
-TEST_F(RotavoxTest, EveryBadInputAnswersWithAStatusAndALogLineAndLosesNothing) {
+TEST_F(RotavoxTest, EveryBadInputAnswersWithAStatusAndLosesNothing) {
     struct Answer {
         status_t open = OK, prepare = OK, forward = OK;
         std::string log;  // first warning or error line, "tag: message"
