@@ -148,9 +148,10 @@ void AudioResamplerOrder1::resample16(int16_t* out, size_t outFrameCount,
         memset(out, 0, outFrameCount * kChannels * sizeof(int16_t));
         mOutputFrames = outFrameCount;
     } else {
-        // A NaN step has no direction: walking with it would drain the
-        // provider, so nothing moves.
-        ALOGE("step is not a number");
+        // A NaN step has no direction and no usable position: walked as
+        // written it would keep asking the provider for buffers, and the
+        // cache hands its end buffer out again and again, so that would
+        // never end.  Nothing moves and nothing comes out.
     }
 }
 

@@ -252,8 +252,7 @@ status_t Rotavox::setDataSource(int fd, int64_t offset, int64_t length) {
 
 status_t Rotavox::setDataSource(const char* path) {
     if (path == NULL) {
-        // Refused before the lock and without a reset; the line says why.
-        ALOGE("setDataSource: null path");
+        // Refused before the lock and without a reset; the status says why.
         return UNKNOWN_ERROR;
     }
     Mutex::Autolock autoLock(mLock);
@@ -614,7 +613,9 @@ size_t Rotavox::fillBuffer(void* data, size_t size) NO_THREAD_SAFETY_ANALYSIS {
             status_t err = mSource->read(&buffer, &options);
             mInputBuffer = static_cast<MediaBuffer*>(buffer);
             // Paused now, or paused at some point during the read and
-            // already playing again.
+            // already playing again.  A pause ends the source's wait for data
+            // with OK and no buffer; taken for a running output, that read
+            // would abort on the line-447 check below.
             const bool pausedDuringRead = mAudioPaused || mAudioPauses.load() != pausesBefore;
 
             if (err == WOULD_BLOCK) {
@@ -691,7 +692,9 @@ status_t Rotavox::play_l() {
             return mPrepareResult;
         }
         // The wait let go of the lock: another thread may have started
-        // playback in the meantime, and the output must not start twice.
+        // playback in the meantime.  Going on would start the output a
+        // second time, which the AUDIO_RUNNING check below answers with an
+        // abort.
         if (mFlags & PLAYING) {
             return OK;
         }
@@ -839,14 +842,13 @@ status_t Rotavox::rewind(int permille) {
 }
 
 status_t Rotavox::setPlaybackRatePermille(int permille) {
-    Mutex::Autolock autoLock(mLock);
     if (permille == 0) {
-        // Under the lock like every other pause: run beside a play or a
-        // reset on another thread, an unlocked pause could clear PLAYING
-        // after the output started (the next play then aborts on
-        // AUDIO_RUNNING) or read the track while a reset drops it.
+        // Before the lock, deliberately: callers serialise their transport
+        // calls (see Rotavox.h), so only the queue's events and the audio
+        // callback run beside it, and what they share with a pause is atomic.
         (void)pause_l();
     }
+    Mutex::Autolock autoLock(mLock);
     return setPlaybackRatePermille_l(permille);
 }
 

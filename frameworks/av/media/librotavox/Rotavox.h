@@ -29,6 +29,13 @@ struct NuMediaExtractor;
 // Threads: Java callers (public operations, which take mLock), the queue's
 // thread (prepare event, watchdog) and the AudioTrack callback thread, which
 // takes no lock and touches only mSource, mInputBuffer, mAudioPaused and mAudioPauses.
+//
+// Caller contract: calls into one player are serialised by the caller, one
+// at a time, as the Java class does for its object.  mLock orders them with
+// the player's own threads, not with each other: setPlaybackRatePermille(0)
+// pauses before it takes the lock, and a zero rate beside a play or a reset
+// on another thread can leave the output running while the player thinks it
+// paused, which the next play takes for a broken invariant and aborts.
 class Rotavox {
 public:
     enum {
@@ -72,7 +79,9 @@ public:
     // Signed speeds in thousandths of normal speed, clamped to +-10000.
     status_t forward(int permille) EXCLUDES(mLock);
     status_t rewind(int permille) EXCLUDES(mLock);
-    status_t setPlaybackRatePermille(int permille) EXCLUDES(mLock);
+    // Pauses before it takes mLock on purpose (see the definition), which
+    // the analysis cannot express.
+    status_t setPlaybackRatePermille(int permille) EXCLUDES(mLock) NO_THREAD_SAFETY_ANALYSIS;
     status_t setPlaybackRatePermille_l(int permille) REQUIRES(mLock);
 
     int64_t getPosition();
@@ -110,7 +119,8 @@ private:
     // Guarded by mLock unless noted.  Fields that are read without the lock
     // by design (getPosition, getDuration, isPlaying, the unguarded pause of
     // setPlaybackRatePermille(0), the audio callback) are atomics, relaxed:
-    // the behaviour is the plain one, minus the data race.
+    // the behaviour is the plain one, minus the data race that a plain field
+    // would be (undefined behaviour, and what TSan reports).
     wp<MediaPlayerBase> mListener GUARDED_BY(mLock);
     std::atomic<int32_t> mStartedGeneration;
     std::atomic<int32_t> mPlayGeneration;

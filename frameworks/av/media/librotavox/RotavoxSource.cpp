@@ -69,7 +69,10 @@ MediaBufferCache::MediaBufferCache(RotavoxSource* owner)
       mFrameSize(0),
       mUsPerFrame(0.0f),
       mPcmFormat(AUDIO_FORMAT_PCM_16_BIT),
-      mSampleSize(2) {
+      mSampleSize(2),
+      mBufferInPlay(NULL),
+      mRetiredBuffer(NULL),
+      mRetiredToFreeList(false) {
     sp<MetaData> format = mOwner->getFormat();
     int32_t sampleRate = 0;
     bool success = format != NULL && format->findInt32(kKeySampleRate, &sampleRate);
@@ -84,6 +87,7 @@ MediaBufferCache::MediaBufferCache(RotavoxSource* owner)
 }
 
 MediaBufferCache::~MediaBufferCache() {
+    leaveBufferInPlay();
     freeBuffers(&mActiveBuffers);
     freeBuffers(&mFreeBuffers);
 }
@@ -147,18 +151,27 @@ MediaBuffer* MediaBufferCache::acquireBuffer(int size, int64_t /* timeUs */) {
                 MediaBuffer* buffer = *node;
                 ++mNodeContinuousFrom;
                 mActiveBuffers.erase(node);
-                return buffer;
+                if (buffer != mBufferInPlay) {
+                    return buffer;
+                }
+                // Still being played: the list loses it all the same, and
+                // the caller gets new memory in its place.
+                retireBufferInPlay(buffer, false);
             }
         } else if (!mActiveBuffers.empty()) {
             Node node = mActiveBuffers.end();
             --node;
             // The front of the continuous stretch must stay a valid node: a
-            // refill still splices in front of it.
+            // refill still splices in front of it, and erasing it would
+            // leave mNodeContinuousFrom pointing at a freed node.
             if (node != mReadNode && node != mNodeContinuousFrom &&
                     (*node)->size() >= (size_t)size) {
                 MediaBuffer* buffer = *node;
                 mActiveBuffers.erase(node);
-                return buffer;
+                if (buffer != mBufferInPlay) {
+                    return buffer;
+                }
+                retireBufferInPlay(buffer, false);
             }
         }
     }
@@ -169,12 +182,42 @@ MediaBuffer* MediaBufferCache::acquireBuffer(int size, int64_t /* timeUs */) {
 }
 
 void MediaBufferCache::releaseBuffer(MediaBuffer* buffer) {
+    if (buffer == mBufferInPlay) {
+        // Same decision as for any other buffer, carried out once the reader
+        // has moved on.
+        retireBufferInPlay(buffer, !overMemoryLimit(mCachedBytes));
+        return;
+    }
     buffer->reset();
     if (overMemoryLimit(mCachedBytes)) {
         mCachedBytes -= buffer->size();
         buffer->release();
     } else {
         mFreeBuffers.push_back(buffer);
+    }
+}
+
+void MediaBufferCache::retireBufferInPlay(MediaBuffer* buffer, bool toFreeList) {
+    mBufferInPlay = NULL;
+    mRetiredBuffer = buffer;
+    mRetiredToFreeList = toFreeList;
+    if (!toFreeList) {
+        mCachedBytes -= buffer->size();
+    }
+}
+
+void MediaBufferCache::leaveBufferInPlay() {
+    mBufferInPlay = NULL;
+    MediaBuffer* buffer = mRetiredBuffer;
+    if (buffer == NULL) {
+        return;
+    }
+    mRetiredBuffer = NULL;
+    buffer->reset();
+    if (mRetiredToFreeList) {
+        mFreeBuffers.push_back(buffer);
+    } else {
+        buffer->release();
     }
 }
 
@@ -305,6 +348,8 @@ bool MediaBufferCache::append(MediaBufferBase* inputBuffer, int64_t& timeStampUs
 }
 
 void MediaBufferCache::read(MediaBuffer** buffer, bool forward) {
+    // The reader has done with the buffer it had.
+    leaveBufferInPlay();
     *buffer = NULL;
     if (mReadNode == mActiveBuffers.end()) {
         return;
@@ -313,6 +358,7 @@ void MediaBufferCache::read(MediaBuffer** buffer, bool forward) {
     if (*buffer == NULL) {
         return;
     }
+    mBufferInPlay = *buffer;
     if (forward) {
         ++mReadNode;
         if (mReadNode == mActiveBuffers.end()) {
@@ -343,6 +389,7 @@ void MediaBufferCache::updateReadPosition() {
 
     if (mActiveBuffers.empty()) {
         ALOGE("buffer list is empty?!!");
+        // Carrying on would read the time of the end node.
         mReadNode = mActiveBuffers.end();
         return;
     }
@@ -392,6 +439,7 @@ int64_t MediaBufferCache::releaseFromStart(int64_t timeUs) {
         }
         Node old = mNodeContinuousFrom;
         ++mNodeContinuousFrom;
+        // Else the cursor would be left on a freed node.
         if (mReadNode == old) {
             mReadNode = mActiveBuffers.end();
         }
@@ -425,6 +473,8 @@ int64_t MediaBufferCache::releaseToEnd(int64_t timeUs) {
                      (*last)->meta_data().findInt64(kKeyTime, &mCacheEndUs));
             return count;
         }
+        // Neither iterator may be left on a freed node; the loop stops at
+        // an empty list instead of stepping before its end.
         if (mReadNode == last) {
             mReadNode = mActiveBuffers.end();
         }
@@ -794,7 +844,7 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                     // The cache drains; playback ends at its tail.
                     setDecoding(false);
                 } else if (result != OK) {
-                    ALOGE("upstream read failed (%d), decoding stops", result);
+                    // Final; read() reports it once the cache has run dry.
                     setDecoding(false);
                     mFinalStatus.store(UNKNOWN_ERROR, kRelaxed);
                 } else if (mSeekTimeUs >= 0 && mSeekTimeUs != seekUs) {
@@ -850,7 +900,8 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
 
 void RotavoxSource::resample(MediaBufferBase* buffer) {
     if (mChannelCount <= 0) {
-        // Nothing sensible can be produced from a format without channels.
+        // A format without channels: the frames per resampler call below
+        // would be a division by zero.
         buffer->set_range(0, 0);
         return;
     }

@@ -47,6 +47,8 @@ public:
     void releaseBuffer(MediaBuffer* buffer);
 
     // Returns the read buffer (still owned by the cache) and moves the cursor.
+    // The buffer stays valid and unchanged until the next read(), whatever
+    // the cache does with it meanwhile.
     void read(MediaBuffer** buffer, bool forward);
     bool isReadBufferInvalid();
 
@@ -73,6 +75,11 @@ private:
     typedef List<MediaBuffer*>::iterator Node;
 
     static bool isPendingTarget(int64_t posUs) { return posUs % kCacheSeekGridUs == 0; }
+    // Gives up |buffer|, which the reader still holds: whether it goes to
+    // the free list or is destroyed is decided now, and done at the next
+    // read().
+    void retireBufferInPlay(MediaBuffer* buffer, bool toFreeList);
+    void leaveBufferInPlay();
     static bool overMemoryLimit(uint32_t bytes) { return (bytes >> 22) > 14; }
 
     List<MediaBuffer*> mActiveBuffers;
@@ -89,6 +96,18 @@ private:
     float mUsPerFrame;
     audio_format_t mPcmFormat;
     uint32_t mSampleSize;
+    // The buffer read() handed out last.  Its reader (the resampling stage)
+    // keeps a raw pointer into its data until the next read(), so the cache
+    // may unlink it from its list but must not reuse or destroy it earlier:
+    // a join, a trim, a restart or recycling at the memory limit would
+    // otherwise let the next append overwrite audio that is being played,
+    // or free it under the reader.
+    MediaBuffer* mBufferInPlay;
+    // mBufferInPlay once the cache has let go of it: at the next read() it
+    // joins mFreeBuffers (mRetiredToFreeList, still counted in mCachedBytes)
+    // or is destroyed (already uncounted).
+    MediaBuffer* mRetiredBuffer;
+    bool mRetiredToFreeList;
 
     MediaBufferCache(const MediaBufferCache&) = delete;
     MediaBufferCache& operator=(const MediaBufferCache&) = delete;

@@ -35,15 +35,6 @@ static Rotavox* getPlayerOrLog(JNIEnv* env, jobject thiz) {
     return player;
 }
 
-// The answer of a call from the application, unchanged; a refusal also gets a
-// log line, as the application only sees a number.
-static jint answer(const char* method, status_t err) {
-    if (err != OK) {
-        ALOGW("%s refused: status %d", method, err);
-    }
-    return err;
-}
-
 static int64_t wallClockNowUs() {
     struct timeval tv;
     gettimeofday(&tv, NULL);
@@ -76,17 +67,17 @@ static jint quarlex_Rotavox_setDataSource(JNIEnv* env, jobject thiz, jstring pat
     const char* chars = env->GetStringUTFChars(path, NULL);
     status_t err = player->setDataSource(chars);
     env->ReleaseStringUTFChars(path, chars);
-    return answer("nativeSetDataSource", err);
+    return err;
 }
 
 static jint quarlex_Rotavox_prepare(JNIEnv* env, jobject thiz) {
     Rotavox* player = getPlayerOrLog(env, thiz);
-    return player == NULL ? -1 : answer("nativePrepare", player->prepare());
+    return player == NULL ? -1 : player->prepare();
 }
 
 static jint quarlex_Rotavox_prepareAsync(JNIEnv* env, jobject thiz) {
     Rotavox* player = getPlayerOrLog(env, thiz);
-    return player == NULL ? -1 : answer("nativePrepareAsync", player->prepareAsync());
+    return player == NULL ? -1 : player->prepareAsync();
 }
 
 // Milliseconds in; nativeGetPosition answers in microseconds.
@@ -99,24 +90,22 @@ static jint quarlex_Rotavox_setPosition(JNIEnv* env, jobject thiz, jlong positio
     player->mLock.lock();
     status_t err = player->setPosition_l(positionMs < 0 ? 0 : positionMs);
     player->mLock.unlock();
-    return answer("nativeSetPosition", err);
+    return err;
 }
 
 static jint quarlex_Rotavox_forward(JNIEnv* env, jobject thiz, jint permille) {
     Rotavox* player = getPlayerOrLog(env, thiz);
-    return player == NULL ? -1 : answer("nativeForward", player->forward(permille));
+    return player == NULL ? -1 : player->forward(permille);
 }
 
 static jint quarlex_Rotavox_rewind(JNIEnv* env, jobject thiz, jint permille) {
     Rotavox* player = getPlayerOrLog(env, thiz);
-    return player == NULL ? -1 : answer("nativeRewind", player->rewind(permille));
+    return player == NULL ? -1 : player->rewind(permille);
 }
 
 static jint quarlex_Rotavox_setPlaybackRatePermille(JNIEnv* env, jobject thiz, jint permille) {
     Rotavox* player = getPlayerOrLog(env, thiz);
-    return player == NULL ? -1
-                          : answer("nativeSetPlaybackRatePermille",
-                                   player->setPlaybackRatePermille(permille));
+    return player == NULL ? -1 : player->setPlaybackRatePermille(permille);
 }
 
 static void quarlex_Rotavox_reset(JNIEnv* env, jobject thiz) {

@@ -512,6 +512,10 @@ TEST(AudioDecoderSeekTest, SeekAfterEndResumesDecoding) {
     ASSERT_EQ(ERROR_END_OF_STREAM, all.lastStatus);
     MediaBufferBase *buffer = nullptr;
     EXPECT_EQ(ERROR_END_OF_STREAM, decoder->read(&buffer, nullptr));
+    // Options without a seek read like none: the end stays the end.
+    MediaSource::ReadOptions noSeek;
+    EXPECT_EQ(ERROR_END_OF_STREAM, decoder->read(&buffer, &noSeek));
+    EXPECT_EQ(nullptr, buffer);
 
     MediaSource::ReadOptions options;
     options.setSeekTo(0);

@@ -2,10 +2,14 @@
 // their own frame index: direction, rate, cache filling and the source's
 // parameters.  Waits on the looper are bounded polls of observable state.
 
+#include <stdio.h>
 #include <stdlib.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -15,6 +19,8 @@
 #include <media/stagefright/MediaBuffer.h>
 #include <media/stagefright/MediaErrors.h>
 
+#include "AudioDecoder.h"
+#include "DecoderTestSupport.h"
 #include "LogCapture.h"
 #include "RotavoxSource.h"
 #include "ScratchInspectors.h"
@@ -684,6 +690,45 @@ TEST_F(RotavoxSourceTest, EndOfStreamKeepsPlayingTheTail) {
     for (size_t k = 0; k < 7999; ++k) ASSERT_EQ((int)k + 1, left[k]);
 }
 
+// The decoder reports the end of the stream early when it reaches it while a
+// reader waits: its final buffers are still queued, and the reader is to read
+// again.  The cache filler takes every end of stream as final and decoding
+// starts again only at a new position or after a read that produced audio.
+// When the early report answers the very first read after a seek, as it can
+// for a file shorter than a decoder's burst, nothing reads again: the cache
+// stays empty and the source produces nothing until the next position.
+TEST_F(RotavoxSourceTest, AnEarlyEndOfStreamAtTheFirstReadLeavesTheCacheEmpty) {
+    SyntheticPcmConfig config;
+    config.sampleRate = 8000;
+    config.framesPerBuffer = 800;
+    config.totalFrames = 1600;  // 0.2 s
+    config.failAtRead = 1;      // the early report; the audio follows it
+    config.failStatus = ERROR_END_OF_STREAM;
+    make(config, NULL);
+    LogCapture log;
+    positionAndFill(0);
+    EXPECT_EQ(1, mUpstream->readsEntered());
+    EXPECT_EQ(OK, in().finalStatus());
+    EXPECT_TRUE(in().readBufferInvalid());
+
+    // The output waits for audio that no request will fetch; a pause ends
+    // that wait with nothing.
+    mSource->pause();
+    std::vector<int> left;
+    EXPECT_EQ(OK, readOnce(&left));
+    EXPECT_TRUE(left.empty());
+    EXPECT_EQ(1, log.count("AudioResampler", "no buffer", ANDROID_LOG_ERROR));
+    EXPECT_EQ(1, mUpstream->readsEntered());
+    EXPECT_EQ(0, mSource->getPosition());
+
+    // The next position restarts decoding, and the audio comes.
+    positionAndFill(100000);
+    EXPECT_GE(mUpstream->readsEntered(), 3);
+    ASSERT_EQ(OK, readOnce(&left));
+    ASSERT_FALSE(left.empty());
+    EXPECT_EQ(1, left.front());
+}
+
 TEST_F(RotavoxSourceTest, DecoderFailureBecomesUnknownErrorOnceDrained) {
     SyntheticPcmConfig config;
     config.sampleRate = 8000;
@@ -761,6 +806,184 @@ TEST_F(RotavoxSourceTest, SeekDuringAReadDiscardsItsBuffer) {
     ASSERT_FALSE(times.empty());
     EXPECT_EQ(29500000, times.front());
     EXPECT_EQ("", in().cacheInvariants());
+}
+
+// ---------------------------------------------------------------------------
+// What comes out of a real file: every frame from where the play has been
+
+// A 44.1 kHz stereo WAV whose frames carry their own index: the left sample
+// the low 16 bits, the right the bits above them.
+class PlayedAudioTest : public ::testing::Test {
+protected:
+    static const int kRate = 44100;
+    static const size_t kBlockFrames = 512;  // one read of the source
+
+    static std::string writePositionCodedWav(const std::string& name, int seconds) {
+        const std::string path = ::testing::TempDir() + name;
+        FILE* f = fopen(path.c_str(), "wb");
+        EXPECT_NE(nullptr, f);
+        if (f == nullptr) return path;
+        const uint32_t frames = (uint32_t)seconds * kRate;
+        const uint32_t dataBytes = frames * 4;
+        auto u32 = [&](uint32_t v) { fwrite(&v, 4, 1, f); };
+        auto u16 = [&](uint16_t v) { fwrite(&v, 2, 1, f); };
+        fwrite("RIFF", 1, 4, f);
+        u32(36 + dataBytes);
+        fwrite("WAVEfmt ", 1, 8, f);
+        u32(16); u16(1); u16(2); u32(kRate); u32(kRate * 4); u16(4); u16(16);
+        fwrite("data", 1, 4, f);
+        u32(dataBytes);
+        std::vector<int16_t> chunk;
+        for (uint32_t n = 0; n < frames;) {
+            chunk.clear();
+            for (int i = 0; i < 65536 && n < frames; ++i, ++n) {
+                chunk.push_back((int16_t)((int)(n & 0xffff) - 32768));
+                chunk.push_back((int16_t)((int)(n >> 16) - 32768));
+            }
+            fwrite(chunk.data(), 2, chunk.size(), f);
+        }
+        fclose(f);
+        return path;
+    }
+    static int64_t indexOf(const int16_t* frame) {
+        return (int64_t)(frame[0] + 32768) + ((int64_t)(frame[1] + 32768) << 16);
+    }
+
+    void open(const std::string& path, const char* params) {
+        bool selected = false;
+        sp<NuMediaExtractor> extractor = decodertest::openExtractor(path, -1, &selected);
+        ASSERT_TRUE(selected) << path;
+        mDecoder = new AudioDecoder(extractor);
+        ASSERT_EQ(OK, mDecoder->start(nullptr));
+        mSource = new RotavoxSource(mDecoder, params);
+        mSource->start(NULL);
+        mHistory.clear();
+        mAwayRun = 0;
+    }
+    void TearDown() override {
+        mSource.clear();
+        if (mDecoder != NULL) mDecoder->stop();
+        mDecoder.clear();
+    }
+    // A fill of seven minutes takes a while under a sanitizer; the limit
+    // only guards against a hang.
+    void settle() {
+        RotavoxSourceInspector in(mSource);
+        ASSERT_TRUE(waitUntil([&] { return !in.decoding(); }, 300000)) << "decoder never settled";
+    }
+
+    struct Step {
+        int64_t seekMs;  // < 0: no seek
+        bool forward;
+        int rate;
+        double seconds;  // of output
+    };
+    // Plays |steps| and returns the first run of frames that lie away from
+    // every position the source reported around them (the last 16 reads),
+    // "" when there is none.  The margin covers a buffer's length and the
+    // wrap of the left sample in frames interpolated at a changing rate.
+    // Where the play jumps (a seek), the frames between the old place's
+    // last frame and the new place's first are interpolated from both: a
+    // short run lies in between.  Audio from a reused or freed buffer is a
+    // whole buffer from elsewhere.
+    std::string play(const std::vector<Step>& steps, bool pace = true) {
+        const int64_t kMarginFrames = 70000;
+        const int kLongestJump = 64;  // frames between two far places
+        std::vector<int64_t>& history = mHistory;
+        auto note = [&](int64_t us) {
+            history.push_back(us * kRate / 1000000);
+            if (history.size() > 32) history.erase(history.begin());
+        };
+        int64_t output = 0;
+        for (const Step& step : steps) {
+            if (step.seekMs >= 0) {
+                mSource->setPosition(step.seekMs * 1000);
+                if (!waitUntil([&] { return mSource->getPosition() == step.seekMs * 1000; })) {
+                    return "seek to " + std::to_string(step.seekMs) + " ms not taken";
+                }
+                settle();
+            }
+            if (step.forward) mSource->forward(0); else mSource->rewind(0);
+            mSource->setPlaybackRatePermille(step.rate);
+            const int64_t end = output + (int64_t)(step.seconds * kRate);
+            while (output < end) {
+                note(mSource->getPosition());
+                MediaBufferBase* buffer = NULL;
+                if (mSource->read(&buffer, NULL) != OK || buffer == NULL) {
+                    return "no audio at output frame " + std::to_string(output);
+                }
+                note(mSource->getPosition());
+                const int16_t* s = (const int16_t*)buffer->data();
+                const size_t frames = buffer->range_length() / 4;
+                std::string outside;
+                for (size_t k = 0; k < frames && outside.empty(); ++k) {
+                    const int64_t index = indexOf(s + 2 * k);
+                    bool near = false;
+                    for (int64_t p : history) near |= std::abs(index - p) <= kMarginFrames;
+                    mAwayRun = near ? 0 : mAwayRun + 1;
+                    if (mAwayRun > kLongestJump) {
+                        outside = "output frames up to " + std::to_string(output + k) +
+                                  " come from around frame " + std::to_string(index) +
+                                  ", the play was at " + std::to_string(history.front()) +
+                                  ".." + std::to_string(history.back());
+                    }
+                }
+                output += frames;
+                buffer->release();
+                if (!outside.empty()) return outside;
+                if (pace) settle();
+            }
+        }
+        return "";
+    }
+
+    sp<AudioDecoder> mDecoder;
+    sp<RotavoxSource> mSource;
+    // Positions of the last reads, in frames: after a seek the stage still
+    // finishes the buffer it was in.
+    std::vector<int64_t> mHistory;
+    int mAwayRun = 0;  // frames in a row away from every position
+};
+
+// Backward within the cache's reach of the end (the joins of backward
+// refills), forward over the end, and seeks that throw the cache away while
+// the stage still plays one of its buffers.
+TEST_F(PlayedAudioTest, EveryFrameComesFromWhereThePlayHasBeen) {
+    const std::string path = writePositionCodedWav("rotavox-pos40.wav", 40);
+    const struct {
+        const char* what;
+        std::vector<Step> steps;
+    } cases[] = {
+            {"backward from 30 s", {{30000, false, -1000, 9}}},
+            {"forward over the end", {{37000, true, 1000, 5}}},
+            {"seeks and turns",
+             {{30000, true, 1000, 2}, {38000, false, -1000, 3}, {10000, true, 2000, 2},
+              {-1, false, -3000, 2}, {35000, true, -1000, 2}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        open(path, NULL);
+        EXPECT_EQ("", play(c.steps));
+        EXPECT_EQ("", RotavoxSourceInspector(mSource).cacheInvariants());
+        TearDown();
+    }
+    unlink(path.c_str());
+}
+
+// Twelve minutes with a high-water mark of seven: the cache runs into its
+// memory limit, where buffers given back are destroyed and recycled from
+// the far end.  Under ASan this is where a buffer freed under the reader
+// shows.
+TEST_F(PlayedAudioTest, AtTheMemoryLimitEveryFrameComesFromWhereThePlayHasBeen) {
+    const std::string path = writePositionCodedWav("rotavox-pos720.wav", 720);
+    open(path, "1500000/420000000/4000000");
+    // Each seek and each join of a backward refill decodes up to seven
+    // minutes again: a few of them are enough.
+    EXPECT_EQ("", play({{300000, false, -1000, 5}, {-1, true, 2000, 1}}));
+    // Unpaced: the reader plays while the cache fills up to the limit.
+    EXPECT_EQ("", play({{100000, true, 1000, 4}}, false));
+    EXPECT_EQ("", RotavoxSourceInspector(mSource).cacheInvariants());
+    unlink(path.c_str());
 }
 
 // ---------------------------------------------------------------------------

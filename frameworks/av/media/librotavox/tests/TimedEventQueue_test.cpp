@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
@@ -462,6 +463,52 @@ TEST(TimedEventQueueThreadTest, StopWithoutFlushDropsQueuedEvents) {
     EXPECT_EQ(far->eventID(), farId);
     EXPECT_EQ(later->eventID(), laterId);
     EXPECT_FALSE(queue.cancelEvent(farId));
+}
+
+// stop(false) while an event's fire is running: that fire ends, the stop
+// event goes next, and the event queued behind the running one is dropped.
+TEST(TimedEventQueueThreadTest, StopWithoutFlushLetsARunningFireEnd) {
+    TimedEventQueue queue;
+    FireLog log;
+    std::set<TimedEventQueue::Event*> known;
+    // The running fire polls the queue for an event it does not know: the
+    // stop event, posted by the stopping thread.  (The list is read under
+    // the queue's lock, which stop() does not hold while it waits.)
+    struct Probe {
+        std::set<TimedEventQueue::Event*>* known;
+        bool sawStop = false;
+        static bool look(void* cookie, const sp<TimedEventQueue::Event>& e) {
+            Probe* p = static_cast<Probe*>(cookie);
+            p->sawStop |= p->known->count(e.get()) == 0;
+            return false;
+        }
+    };
+    std::atomic<bool> began(false), stopSeen(false);
+    sp<TestEvent> running = new TestEvent(&log, 1, [&](TimedEventQueue* q, TestEvent*) {
+        began = true;
+        Probe probe{&known};
+        const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + kGuardNs;
+        while (!probe.sawStop && systemTime(SYSTEM_TIME_MONOTONIC) < deadline) {
+            q->cancelEvents(Probe::look, &probe, false);
+            std::this_thread::sleep_for(1ms);
+        }
+        stopSeen = probe.sawStop;
+    });
+    sp<TestEvent> behind = new TestEvent(&log, 2);
+    known = {running.get(), behind.get()};
+    queue.postEvent(running);
+    const auto behindId = queue.postEvent(behind);
+    queue.start();
+    const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + kGuardNs;
+    while (!began && systemTime(SYSTEM_TIME_MONOTONIC) < deadline) {
+        std::this_thread::sleep_for(1ms);
+    }
+    ASSERT_TRUE(began);
+    queue.stop(false);  // returns once the thread, and so the fire, has ended
+    EXPECT_TRUE(stopSeen);
+    EXPECT_EQ(log.tags(), (std::vector<int>{1}));
+    EXPECT_EQ(behind->eventID(), behindId);
+    EXPECT_FALSE(queue.cancelEvent(behindId));
 }
 
 TEST(TimedEventQueueDeathTest, NegativeDelayAborts) {

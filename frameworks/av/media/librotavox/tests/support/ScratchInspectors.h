@@ -40,6 +40,7 @@ public:
     int readIndex() const { return indexOf(c->mReadNode); }
     size_t activeCount() const { return c->mActiveBuffers.size(); }
     size_t freeCount() const { return c->mFreeBuffers.size(); }
+    MediaBuffer* retiredBuffer() const { return c->mRetiredBuffer; }
     int64_t readPosUs() const { return c->mReadPosUs; }
     void setReadPosUs(int64_t v) { c->mReadPosUs = v; }
     uint32_t cachedBytes() const { return c->mCachedBytes; }
@@ -88,6 +89,12 @@ public:
         for (auto it = c->mFreeBuffers.begin(); it != c->mFreeBuffers.end(); ++it) {
             bytes += (*it)->size();
             seen.push_back(*it);
+        }
+        // A buffer the cache gave up while it was being played: out of both
+        // lists, and counted only while it is bound for the free list.
+        if (c->mRetiredBuffer != NULL) {
+            if (c->mRetiredToFreeList) bytes += c->mRetiredBuffer->size();
+            seen.push_back(c->mRetiredBuffer);
         }
         if (bytes != c->mCachedBytes) {
             err << "byte accounting " << c->mCachedBytes << " vs " << bytes << "; ";

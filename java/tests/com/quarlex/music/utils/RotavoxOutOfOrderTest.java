@@ -15,10 +15,11 @@ import java.util.Map;
 import org.junit.Test;
 
 /**
- * Calls out of the order the class documents: each is answered with a status
- * and a log line from the engine, never a crash, and the object plays a good
- * file afterwards. The engine logs to the process's standard error, so the
- * calls run in a child JVM whose output this test reads.
+ * Calls out of the order the class documents: each is answered with a status,
+ * never a crash, and the object plays a good file afterwards. A refusal is
+ * only a status: the binding adds no line of its own to it. The engine logs
+ * to the process's standard error, so the calls run in a child JVM whose
+ * output this test reads.
  */
 public class RotavoxOutOfOrderTest {
     private static final int NOT_INIT = -1;
@@ -116,23 +117,30 @@ public class RotavoxOutOfOrderTest {
         }
         assertTrue(output, answers.containsKey("end"));
 
-        expect(answers, lines, "forward before setDataSource", List.of(NO_INIT),
-                "nativeForward refused: status -19");
-        expect(answers, lines, "seekTo before setDataSource", List.of(NO_INIT),
-                "nativeSetPosition refused: status -19");
-        expect(answers, lines, "setPlaybackRatePermille after setDataSource, before prepare",
-                List.of(NO_INIT), "nativeSetPlaybackRatePermille refused: status -19");
-        expect(answers, lines, "prepare without a data source, then forward", List.of(0, NO_INIT),
-                "nativeForward refused: status -19");
-        expect(answers, lines, "rewind after reset", List.of(NO_INIT),
-                "nativeRewind refused: status -19");
+        expectQuiet(answers, lines, "forward before setDataSource", List.of(NO_INIT));
+        expectQuiet(answers, lines, "seekTo before setDataSource", List.of(NO_INIT));
+        expectQuiet(answers, lines, "setPlaybackRatePermille after setDataSource, before prepare",
+                List.of(NO_INIT));
+        expectQuiet(answers, lines, "prepare without a data source, then forward",
+                List.of(0, NO_INIT));
+        expectQuiet(answers, lines, "rewind after reset", List.of(NO_INIT));
         // A prepare while the asynchronous one is still queued is refused at
         // once; whether the queued one runs (and logs the six channels) before
         // the next reset cancels it depends on the engine's thread.
         expect(answers, lines, "prepare after a failed prepareAsync", List.of(0, UNKNOWN_ERROR),
-                "nativePrepare refused: status -2147483648");
+                null);
         expect(answers, lines, "natives after release", List.of(NOT_INIT, NOT_INIT), "not init!");
         expect(answers, lines, "good file afterwards", List.of(0, 0, 0), null);
+    }
+
+    /** The statuses, and not one line from the binding. */
+    private static void expectQuiet(Map<String, List<Integer>> answers,
+            Map<String, List<String>> lines, String section, List<Integer> statuses) {
+        expect(answers, lines, section, statuses, null);
+        for (String line : lines.get(section)) {
+            assertTrue(section + ": the binding logged \"" + line + "\"",
+                    !line.contains("RotavoxJNI"));
+        }
     }
 
     private static void expect(Map<String, List<Integer>> answers, Map<String, List<String>> lines,
