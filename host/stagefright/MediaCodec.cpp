@@ -4,6 +4,7 @@
 
 #include <media/stagefright/MediaCodec.h>
 
+#include <errno.h>
 #include <string.h>
 
 #include <deque>
@@ -398,9 +399,10 @@ status_t MediaCodec::queueInputBuffer(size_t index, size_t offset, size_t size,
         if (mState != STARTED) {
             err = INVALID_OPERATION;
         } else if (index >= mInputSlots.size() || !mInputSlots[index].mOwnedByClient) {
+            // The platform's answers: no such buffer, or not the client's.
             ALOGE("%s: queueInputBuffer of a buffer the client does not own (%zu)",
                   mComponentName.c_str(), index);
-            err = INVALID_OPERATION;
+            err = index >= mInputSlots.size() ? -ERANGE : -EACCES;
         } else if (offset > mInputSlots[index].mBuffer->capacity()
                 || size > mInputSlots[index].mBuffer->capacity() - offset) {
             ALOGE("%s: queueInputBuffer range [%zu, +%zu) beyond capacity %zu",
@@ -451,7 +453,7 @@ status_t MediaCodec::releaseOutputBuffer(size_t index) {
         } else if (index >= mOutputSlots.size() || !mOutputSlots[index].mOwnedByClient) {
             ALOGE("%s: releaseOutputBuffer of a buffer the client does not own (%zu)",
                   mComponentName.c_str(), index);
-            err = INVALID_OPERATION;
+            err = index >= mOutputSlots.size() ? -ERANGE : -EACCES;
         } else {
             mOutputSlots[index].mOwnedByClient = false;
         }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <errno.h>
 #include <math.h>
 #include <string.h>
 
@@ -263,6 +264,24 @@ TEST_F(CodecTest, StopLeavesTheCodecUnconfigured) {
     ASSERT_EQ(OK, client->mCodec->setCallback(new AMessage(CodecClient::kWhatCallback, client)));
     ASSERT_EQ(OK, client->mCodec->start());
     EXPECT_TRUE(client->waitForEos());
+    client->shutdown();
+}
+
+TEST_F(CodecTest, BuffersTheClientDoesNotOwnAreRefused) {
+    sp<CodecClient> client = new CodecClient;
+    ASSERT_EQ(OK, client->open(fixturePath("flac16.flac"), 0, 2));
+    ASSERT_EQ(OK, client->start());
+    ASSERT_TRUE(client->waitForEos());
+    // Every output buffer went back to the codec; none has index 1000.
+    testing::LogCapture log;
+    sp<MediaCodec> codec = client->mCodec;
+    EXPECT_EQ(-EACCES, codec->releaseOutputBuffer(0));
+    EXPECT_EQ(-ERANGE, codec->releaseOutputBuffer(1000));
+    EXPECT_EQ(-ERANGE, codec->queueInputBuffer(1000, 0, 0, 0, 0));
+    sp<MediaCodecBuffer> buffer;
+    EXPECT_EQ(INVALID_OPERATION, codec->getOutputBuffer(0, &buffer));
+    EXPECT_EQ(INVALID_OPERATION, codec->getInputBuffer(1000, &buffer));
+    EXPECT_EQ(nullptr, buffer.get());
     client->shutdown();
 }
 
