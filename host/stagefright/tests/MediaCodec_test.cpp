@@ -298,6 +298,8 @@ TEST_F(CodecTest, BadPacketsAreReportedAndDecodingGoesOn) {
     ASSERT_EQ(OK, client->start());
     ASSERT_TRUE(client->waitForEos());
     EXPECT_GT(client->errors(), 0);
+    EXPECT_EQ(0, client->incompleteErrors());
+    EXPECT_EQ(ERROR_MALFORMED, client->lastError());
     // The good frames still decode: most of the file comes out.
     std::vector<uint8_t> ref = referenceDecode(fixturePath("flac16.flac"), "s16le");
     EXPECT_GT(client->pcm().size(), ref.size() * 8 / 10);
