@@ -286,7 +286,6 @@ void HostAudioTrack::threadLoop() {
         buffer.frameCount = mPeriodFrames;
         buffer.size = requestedBytes;
         buffer.raw = mBuffer.data();
-        buffer.sequence = 0;
         mParams.cbf(AudioTrack::EVENT_MORE_DATA, mParams.user, &buffer);
         size_t bytes = buffer.size;
         if (bytes > requestedBytes) {

@@ -184,14 +184,23 @@ void BBinder::sendObituaries() {
     }
 }
 
+class HostBinderKiller {
+public:
+    static void kill(const sp<IBinder>& binder) {
+        if (binder == nullptr) return;
+        BBinder* local = binder->localBinder();
+        if (local == nullptr || !local->hostKill()) return;
+        if (host::HostKillable* killable = dynamic_cast<host::HostKillable*>(local)) {
+            killable->onHostKilled();
+        }
+        BinderThread::get().post(local, [](const sp<BBinder>& dead) { dead->sendObituaries(); });
+    }
+};
+
 namespace host {
 
 void killBinder(const sp<IBinder>& binder) {
-    if (binder == nullptr) return;
-    BBinder* local = binder->localBinder();
-    if (local == nullptr || !local->hostKill()) return;
-    local->onHostKilled();
-    BinderThread::get().post(local, [](const sp<BBinder>& dead) { dead->sendObituaries(); });
+    HostBinderKiller::kill(binder);
 }
 
 void flushBinderThread() {

@@ -3,6 +3,7 @@
 #include <binder/HostBinder.h>
 #include <binder/IPCThreadState.h>
 #include <powermanager/IPowerManager.h>
+#include <powermanager/PowerManager.h>
 
 #include <log/log.h>
 #include <utils/String8.h>
@@ -16,6 +17,15 @@ namespace host {
 namespace {
 
 constexpr int kWakeLockLevelMask = 0x0000ffff;
+
+// The other wake lock levels of PowerManager.java; the platform's C++ header
+// names only the partial one.
+constexpr int POWERMANAGER_SCREEN_DIM_WAKE_LOCK = 6;
+constexpr int POWERMANAGER_SCREEN_BRIGHT_WAKE_LOCK = 10;
+constexpr int POWERMANAGER_FULL_WAKE_LOCK = 26;
+constexpr int POWERMANAGER_PROXIMITY_SCREEN_OFF_WAKE_LOCK = 32;
+constexpr int POWERMANAGER_DOZE_WAKE_LOCK = 64;
+constexpr int POWERMANAGER_DRAW_WAKE_LOCK = 128;
 
 bool isValidLevel(int flags) {
     switch (flags & kWakeLockLevelMask) {

@@ -29,8 +29,7 @@ MediaBuffer::MediaBuffer(void* data, size_t size)
       mRangeOffset(0),
       mRangeLength(size),
       mOwnsData(false),
-      mMetaData(new MetaDataBase),
-      mOriginal(nullptr) {}
+      mMetaData(new MetaDataBase) {}
 
 MediaBuffer::MediaBuffer(size_t size)
     : mObserver(nullptr),
@@ -40,8 +39,7 @@ MediaBuffer::MediaBuffer(size_t size)
       mRangeOffset(0),
       mRangeLength(size),
       mOwnsData(true),
-      mMetaData(new MetaDataBase),
-      mOriginal(nullptr) {
+      mMetaData(new MetaDataBase) {
     if (size > 0 && mData == nullptr) {
         ALOGE("cannot allocate a media buffer of %zu bytes", size);
         mSize = 0;
@@ -52,10 +50,6 @@ MediaBuffer::MediaBuffer(size_t size)
 MediaBuffer::~MediaBuffer() {
     if (mOwnsData) free(mData);
     delete mMetaData;
-    if (mOriginal != nullptr) {
-        mOriginal->release();
-        mOriginal = nullptr;
-    }
 }
 
 void MediaBuffer::release() {
@@ -123,15 +117,6 @@ void MediaBuffer::setObserver(MediaBufferObserver* observer) {
     MB_CHECK(observer == nullptr || mObserver == nullptr,
              "observer == NULL || mObserver == NULL");
     mObserver = observer;
-}
-
-MediaBuffer* MediaBuffer::clone() {
-    MediaBuffer* buffer = new MediaBuffer(mData, mSize);
-    buffer->set_range(mRangeOffset, mRangeLength);
-    *buffer->mMetaData = *mMetaData;
-    add_ref();
-    buffer->mOriginal = this;
-    return buffer;
 }
 
 }  // namespace android

@@ -39,12 +39,7 @@ const char* MEDIA_MIMETYPE_AUDIO_EAC3_JOC = "audio/eac3-joc";
 const char* MEDIA_MIMETYPE_AUDIO_AC4 = "audio/ac4";
 const char* MEDIA_MIMETYPE_AUDIO_SCRAMBLED = "audio/scrambled";
 const char* MEDIA_MIMETYPE_AUDIO_ALAC = "audio/alac";
-const char* MEDIA_MIMETYPE_AUDIO_APE = "audio/x-ape";
 const char* MEDIA_MIMETYPE_AUDIO_WMA = "audio/x-ms-wma";
-const char* MEDIA_MIMETYPE_AUDIO_WMA_PRO = "audio/x-ms-wma-pro";
-const char* MEDIA_MIMETYPE_AUDIO_WMA_LOSSLESS = "audio/x-ms-wma-lossless";
-const char* MEDIA_MIMETYPE_AUDIO_DSD = "audio/dsd";
-const char* MEDIA_MIMETYPE_AUDIO_DTS = "audio/vnd.dts";
 
 const char* MEDIA_MIMETYPE_CONTAINER_MPEG4 = "video/mp4";
 const char* MEDIA_MIMETYPE_CONTAINER_WAV = "audio/x-wav";
@@ -54,7 +49,6 @@ const char* MEDIA_MIMETYPE_CONTAINER_MPEG2TS = "video/mp2ts";
 const char* MEDIA_MIMETYPE_CONTAINER_AVI = "video/avi";
 const char* MEDIA_MIMETYPE_CONTAINER_MPEG2PS = "video/mp2p";
 const char* MEDIA_MIMETYPE_CONTAINER_HEIF = "image/heif";
-const char* MEDIA_MIMETYPE_CONTAINER_FLAC = "audio/flac";
 
 const char* MEDIA_MIMETYPE_TEXT_3GPP = "text/3gpp-tt";
 const char* MEDIA_MIMETYPE_TEXT_SUBRIP = "application/x-subrip";

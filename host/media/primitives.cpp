@@ -1,5 +1,6 @@
 #define LOG_TAG "audio_utils_primitives"
 
+#include <audio_utils/format.h>
 #include <audio_utils/primitives.h>
 
 #include <math.h>

@@ -150,7 +150,7 @@ status_t FileSource::getSize(off64_t *size) {
 
 // Big-endian helpers of the DataSource base class.
 
-bool DataSource::getUInt16(off64_t offset, uint16_t *x) {
+bool DataSourceBase::getUInt16(off64_t offset, uint16_t *x) {
     uint8_t b[2];
     if (readAt(offset, b, 2) != 2) {
         return false;
@@ -159,7 +159,7 @@ bool DataSource::getUInt16(off64_t offset, uint16_t *x) {
     return true;
 }
 
-bool DataSource::getUInt24(off64_t offset, uint32_t *x) {
+bool DataSourceBase::getUInt24(off64_t offset, uint32_t *x) {
     uint8_t b[3];
     if (readAt(offset, b, 3) != 3) {
         return false;
@@ -168,7 +168,7 @@ bool DataSource::getUInt24(off64_t offset, uint32_t *x) {
     return true;
 }
 
-bool DataSource::getUInt32(off64_t offset, uint32_t *x) {
+bool DataSourceBase::getUInt32(off64_t offset, uint32_t *x) {
     uint8_t b[4];
     if (readAt(offset, b, 4) != 4) {
         return false;
@@ -177,7 +177,7 @@ bool DataSource::getUInt32(off64_t offset, uint32_t *x) {
     return true;
 }
 
-bool DataSource::getUInt64(off64_t offset, uint64_t *x) {
+bool DataSourceBase::getUInt64(off64_t offset, uint64_t *x) {
     uint32_t hi, lo;
     if (!getUInt32(offset, &hi) || !getUInt32(offset + 4, &lo)) {
         return false;
@@ -186,7 +186,7 @@ bool DataSource::getUInt64(off64_t offset, uint64_t *x) {
     return true;
 }
 
-status_t DataSource::getSize(off64_t *size) {
+status_t DataSourceBase::getSize(off64_t *size) {
     *size = 0;
     return ERROR_UNSUPPORTED;
 }

@@ -4,6 +4,7 @@
 
 #include <media/stagefright/MediaCodec.h>
 
+#include <errno.h>
 #include <string.h>
 
 #include <deque>
@@ -89,6 +90,13 @@ struct MediaCodec::Decoder {
     bool mDrained = false;         // the decoder gave all it had
     bool mEosDelivered = false;
 
+    // Encoder delay and padding of the stream, in frames: output before the
+    // stream's start and its last mPaddingFrames frames are not delivered.
+    int64_t mDelayFrames = 0;
+    int64_t mPaddingFrames = 0;
+    std::vector<uint8_t> mTail;    // the newest decoded frames, held back as padding
+    int64_t mTailTimeUs = 0;
+
     ~Decoder() {
         clearInputs();
         clearHandoff_l();
@@ -118,8 +126,41 @@ struct MediaCodec::Decoder {
         mDrained = false;
         mEosDelivered = false;
         mNextTimeUs = 0;
+        mTail.clear();
         if (mContext != nullptr) {
             avcodec_flush_buffers(mContext);
+        }
+    }
+
+    // Applies the encoder delay and padding to the frame just converted into
+    // mPending, which starts at mPendingTimeUs: on the input's time line when
+    // |inputTime|, else where the previous output ended.
+    void trimDecoded(bool inputTime) {
+        const size_t fb = frameBytes();
+        if (mSampleRate <= 0) {
+            return;
+        }
+        if (mDelayFrames > 0 && inputTime) {
+            // Times move back by the delay; what falls before 0 is dropped.
+            const int64_t frames = (int64_t)(mPending.size() / fb);
+            const int64_t first = av_rescale(mPendingTimeUs, mSampleRate, 1000000) - mDelayFrames;
+            const int64_t drop = first < 0 ? std::min(-first, frames) : 0;
+            mPending.erase(mPending.begin(), mPending.begin() + drop * fb);
+            mPendingTimeUs = av_rescale(first + drop, 1000000, mSampleRate);
+        }
+        if (mPaddingFrames > 0) {
+            // Only frames known not to be among the last mPaddingFrames go
+            // out; the rest wait for more output or are dropped at the end.
+            if (!mTail.empty()) {
+                mPending.insert(mPending.begin(), mTail.begin(), mTail.end());
+                mPendingTimeUs = mTailTimeUs;
+                mTail.clear();
+            }
+            const size_t hold = std::min(mPending.size(), (size_t)mPaddingFrames * fb);
+            const size_t keep = mPending.size() - hold;
+            mTail.assign(mPending.begin() + keep, mPending.end());
+            mTailTimeUs = mPendingTimeUs + av_rescale(keep / fb, 1000000, mSampleRate);
+            mPending.resize(keep);
         }
     }
 
@@ -358,9 +399,10 @@ status_t MediaCodec::queueInputBuffer(size_t index, size_t offset, size_t size,
         if (mState != STARTED) {
             err = INVALID_OPERATION;
         } else if (index >= mInputSlots.size() || !mInputSlots[index].mOwnedByClient) {
+            // The platform's answers: no such buffer, or not the client's.
             ALOGE("%s: queueInputBuffer of a buffer the client does not own (%zu)",
                   mComponentName.c_str(), index);
-            err = INVALID_OPERATION;
+            err = index >= mInputSlots.size() ? -ERANGE : -EACCES;
         } else if (offset > mInputSlots[index].mBuffer->capacity()
                 || size > mInputSlots[index].mBuffer->capacity() - offset) {
             ALOGE("%s: queueInputBuffer range [%zu, +%zu) beyond capacity %zu",
@@ -411,7 +453,7 @@ status_t MediaCodec::releaseOutputBuffer(size_t index) {
         } else if (index >= mOutputSlots.size() || !mOutputSlots[index].mOwnedByClient) {
             ALOGE("%s: releaseOutputBuffer of a buffer the client does not own (%zu)",
                   mComponentName.c_str(), index);
-            err = INVALID_OPERATION;
+            err = index >= mOutputSlots.size() ? -ERANGE : -EACCES;
         } else {
             mOutputSlots[index].mOwnedByClient = false;
         }
@@ -658,6 +700,11 @@ status_t MediaCodec::onConfigure(const sp<AMessage> &format) {
             : encoding == kEncodingPcm32 ? 4 : 3;
     d->mSampleRate = ctx->sample_rate > 0 ? ctx->sample_rate : sampleRate;
     d->mChannels = ctx->ch_layout.nb_channels > 0 ? ctx->ch_layout.nb_channels : channels;
+    int32_t delay = 0, padding = 0;
+    format->findInt32("encoder-delay", &delay);
+    format->findInt32("encoder-padding", &padding);
+    d->mDelayFrames = std::max(delay, 0);
+    d->mPaddingFrames = std::max(padding, 0);
 
     int32_t maxInputSize = 0;
     format->findInt32("max-input-size", &maxInputSize);
@@ -746,7 +793,10 @@ void MediaCodec::onStop() {
     ++mGeneration;
     mPumpPending = false;
     resetSlots_l();
-    mState = CONFIGURED;
+    // As on a device: a stopped codec is unconfigured and forgets its
+    // callback; it runs again only after configure() and setCallback().
+    mCallback.clear();
+    mState = UNINITIALIZED;
 }
 
 void MediaCodec::onFlush() {
@@ -916,6 +966,7 @@ bool MediaCodec::pumpOnce() {
                 mOutputFormat = format;
                 postFormatChanged();
             }
+            d->trimDecoded(f->pts != AV_NOPTS_VALUE);
         } else if (!error.empty()) {
             ALOGE("%s: %s", mComponentName.c_str(), error.c_str());
             postError(ERROR_MALFORMED);

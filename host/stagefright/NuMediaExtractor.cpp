@@ -49,6 +49,8 @@ constexpr int kMaxProbePackets = 256;
 // Codec input buffers are sized from "max-input-size"; never below this.
 constexpr int32_t kMinMaxInputSize = 256 * 1024;
 constexpr int kAvioBufferSize = 32768;
+// How far before the end the search for trailing padding starts.
+constexpr int64_t kPaddingScanUs = 3000000;
 
 int32_t fullScaleToS32(double x) {
     const double scaled = x * 2147483648.0;
@@ -93,6 +95,11 @@ struct NuMediaExtractor::Demuxer {
             avio_context_free(&mIo);
         }
     }
+
+    static int64_t trailingPaddingOf(const sp<DataSource> &source, const std::string &name,
+                                     int streamIndex);
+    static void setEncoderDelayAndPadding(const sp<DataSource> &source, const std::string &name,
+                                          const AVStream *st, const Track &t);
 
     static void clearQueue(Track *t) {
         for (AVPacket *p : t->mQueue) av_packet_free(&p);
@@ -350,6 +357,95 @@ status_t NuMediaExtractor::setDataSource(const sp<DataSource> &source) {
     return OK;
 }
 
+// The frames of trailing padding that the demuxer signals on the last packet
+// of stream |streamIndex| (FFmpeg learns it from a LAME tag or an Ogg end
+// granule only when it reaches that packet).  A second demuxer reads the end
+// of the source, so the one that serves samples keeps its place.
+// static
+int64_t NuMediaExtractor::Demuxer::trailingPaddingOf(const sp<DataSource> &source,
+                                                     const std::string &name, int streamIndex) {
+    off64_t size = -1;
+    if (source->getSize(&size) != OK || size <= 0) {
+        return 0;
+    }
+    Demuxer scan;
+    scan.mSource = source;
+    uint8_t *ioBuffer = (uint8_t *)av_malloc(kAvioBufferSize);
+    if (ioBuffer == nullptr) {
+        return 0;
+    }
+    scan.mIo = avio_alloc_context(ioBuffer, kAvioBufferSize, 0, &scan, &Demuxer::readPacket,
+                                  nullptr, &Demuxer::seek);
+    if (scan.mIo == nullptr) {
+        av_free(ioBuffer);
+        return 0;
+    }
+    scan.mIo->seekable = AVIO_SEEKABLE_NORMAL;
+    scan.mContext = avformat_alloc_context();
+    if (scan.mContext == nullptr) {
+        return 0;
+    }
+    scan.mContext->pb = scan.mIo;
+    scan.mContext->flags |= AVFMT_FLAG_CUSTOM_IO;
+    if (avformat_open_input(&scan.mContext, name.c_str(), nullptr, nullptr) < 0) {
+        scan.mContext = nullptr;  // freed by the failed open
+        return 0;
+    }
+    AVFormatContext *ctx = scan.mContext;
+    if (streamIndex >= (int)ctx->nb_streams) {
+        return 0;
+    }
+    AVStream *st = ctx->streams[streamIndex];
+    if (st->duration != AV_NOPTS_VALUE && st->duration > 0) {
+        const int64_t start = st->start_time != AV_NOPTS_VALUE ? st->start_time : 0;
+        const int64_t target = start + st->duration
+                - av_rescale_q(kPaddingScanUs, AVRational{1, 1000000}, st->time_base);
+        if (target > start) {
+            avformat_seek_file(ctx, streamIndex, INT64_MIN, target, target, 0);
+        }
+    }
+    int64_t padding = 0;
+    AVPacket *p = av_packet_alloc();
+    while (p != nullptr && av_read_frame(ctx, p) >= 0) {
+        if (p->stream_index == streamIndex) {
+            size_t sideSize = 0;
+            const uint8_t *side = av_packet_get_side_data(p, AV_PKT_DATA_SKIP_SAMPLES, &sideSize);
+            padding = side != nullptr && sideSize >= 8 ? AV_RL32(side + 4) : 0;
+        }
+        av_packet_unref(p);
+    }
+    av_packet_free(&p);
+    return padding;
+}
+
+// Decoded audio begins at the stream's start time, which lies after its first
+// packet by the encoder delay (MP3 LAME/Xing delay, AAC priming, Opus
+// pre-skip), and ends before the last packet does by the padding.  The codec
+// trims both, as the platform's decoders do with these keys.
+// static
+void NuMediaExtractor::Demuxer::setEncoderDelayAndPadding(const sp<DataSource> &source,
+                                                          const std::string &name,
+                                                          const AVStream *st, const Track &t) {
+    const AVCodecParameters *par = st->codecpar;
+    if (par->codec_type != AVMEDIA_TYPE_AUDIO || par->sample_rate <= 0
+            || ffmpeg::mimeForCodec(par->codec_type, par->codec_id) == MEDIA_MIMETYPE_AUDIO_RAW) {
+        return;
+    }
+    int64_t delay = par->initial_padding;
+    if (st->start_time != AV_NOPTS_VALUE && t.mFirstTs != AV_NOPTS_VALUE
+            && st->start_time > t.mFirstTs) {
+        delay = av_rescale_q(st->start_time - t.mFirstTs, st->time_base,
+                             AVRational{1, par->sample_rate});
+    }
+    if (delay > 0) {
+        t.mFormat->setInt32("encoder-delay", (int32_t)std::min<int64_t>(delay, INT32_MAX));
+    }
+    const int64_t padding = trailingPaddingOf(source, name, t.mStreamIndex);
+    if (padding > 0) {
+        t.mFormat->setInt32("encoder-padding", (int32_t)std::min<int64_t>(padding, INT32_MAX));
+    }
+}
+
 status_t NuMediaExtractor::openDemuxer_l(const sp<DataSource> &source) {
     std::unique_ptr<Demuxer> d(new Demuxer);
     d->mSource = source;
@@ -471,12 +567,6 @@ status_t NuMediaExtractor::openDemuxer_l(const sp<DataSource> &source) {
             if (ffmpeg::isDsd(par->codec_id)) {
                 format->setString("dsd-format", avcodec_get_name(par->codec_id));
             }
-            if (par->initial_padding > 0) {
-                format->setInt32("encoder-delay", par->initial_padding);
-            }
-            if (par->trailing_padding > 0) {
-                format->setInt32("encoder-padding", par->trailing_padding);
-            }
         } else if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
             format->setInt32("width", par->width);
             format->setInt32("height", par->height);
@@ -547,6 +637,7 @@ status_t NuMediaExtractor::openDemuxer_l(const sp<DataSource> &source) {
         if (durationUs >= 0) {
             t.mFormat->setInt64("durationUs", durationUs);
         }
+        Demuxer::setEncoderDelayAndPadding(source, name, st, t);
     }
     if (!anyPackets) {
         ALOGE("setDataSource: the file holds no samples");
@@ -770,7 +861,8 @@ status_t NuMediaExtractor::advance() {
     AVPacket *p = t.mQueue.front();
     t.mQueue.pop_front();
     av_packet_free(&p);
-    return OK;
+    // As on the platform: stepping off the last sample reports the end.
+    return fetchSamples_l();
 }
 
 status_t NuMediaExtractor::readSampleData(const sp<ABuffer> &buffer) {

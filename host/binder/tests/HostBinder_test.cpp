@@ -5,6 +5,7 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <powermanager/IPowerManager.h>
+#include <powermanager/PowerManager.h>
 
 #include <LogCapture.h>
 #include <gtest/gtest.h>
@@ -219,7 +220,7 @@ TEST_F(PowerServiceTest, TracksWhoHoldsWhichToken) {
                                    String16("media")),
               OK);
     IPCThreadState::self()->clearCallingIdentity();
-    EXPECT_EQ(mPm->acquireWakeLockWithUid(POWERMANAGER_SCREEN_DIM_WAKE_LOCK, t2, String16("B"),
+    EXPECT_EQ(mPm->acquireWakeLockWithUid(6 /* PowerManager.SCREEN_DIM_WAKE_LOCK */, t2, String16("B"),
                                           String16("app"), 10500),
               OK);
     auto held = mService->heldWakeLocks();

@@ -53,13 +53,6 @@ void memcpy_to_q8_23_from_i16(int32_t* dst, const int16_t* src, size_t count);
 void memcpy_to_q8_23_from_float_with_clamp(int32_t* dst, const float* src, size_t count);
 void memcpy_to_q8_23_from_p24(int32_t* dst, const uint8_t* src, size_t count);
 
-/* Converts |count| samples from |src_format| to |dst_format|.  Equal formats
- * copy bytes; the pairs the platform supports convert; any other pair is a
- * programming error and aborts with "invalid src format %#x for dst format
- * %#x", as on the platform. */
-void memcpy_by_audio_format(void* dst, audio_format_t dst_format, const void* src,
-                            audio_format_t src_format, size_t count);
-
 /* Single-sample helpers, the platform's rounding and clamping. */
 static inline int16_t clamp16(int32_t sample) {
     if ((sample >> 15) ^ (sample >> 31)) sample = 0x7FFF ^ (sample >> 31);

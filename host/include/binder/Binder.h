@@ -18,9 +18,6 @@
 
 namespace android {
 
-namespace host {
-void killBinder(const sp<IBinder>& binder);
-}
 
 class BBinder : public IBinder {
 public:
@@ -42,13 +39,10 @@ public:
 protected:
     ~BBinder() override;
 
-    // Called once, on the killer's thread, when the object dies and before
-    // its death notices go out.  A service drops the state its process
-    // would have lost.
-    virtual void onHostKilled() {}
 
 private:
-    friend void host::killBinder(const sp<IBinder>& binder);
+    // The host's kill hook (binder/HostBinder.h) reaches the two below.
+    friend class HostBinderKiller;
 
     struct Obituary {
         wp<DeathRecipient> recipient;

@@ -39,7 +39,6 @@ public:
         SYSPROPS_TRANSACTION = B_PACK_CHARS('_', 'S', 'P', 'R'),
 
         FLAG_ONEWAY = 0x00000001,
-        FLAG_PRIVATE_VENDOR = 0x10000000,
     };
 
     IBinder();

@@ -19,7 +19,7 @@ public:
         Buffer() : raw(NULL), frameCount(0) {}
         union {
             void* raw;
-            int16_t* i16;
+            short* i16;
             int8_t* i8;
         };
         size_t frameCount;
@@ -36,8 +36,6 @@ public:
     // says how many frames were consumed.  Afterwards raw is NULL and
     // frameCount 0.
     virtual void releaseBuffer(Buffer* buffer) = 0;
-
-    static const int64_t kInvalidPTS = 0x7FFFFFFFFFFFFFFFLL;  // largest int64_t: no timestamp
 };
 
 }  // namespace android

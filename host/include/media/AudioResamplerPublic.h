@@ -27,7 +27,7 @@ namespace android {
 
 enum AudioTimestretchStretchMode : int32_t {
     AUDIO_TIMESTRETCH_STRETCH_DEFAULT = 0,
-    AUDIO_TIMESTRETCH_STRETCH_VOICE   = 1,
+    AUDIO_TIMESTRETCH_STRETCH_SPEECH  = 1,
 };
 
 enum AudioTimestretchFallbackMode : int32_t {
@@ -61,7 +61,7 @@ static inline bool isAudioPlaybackRateEqual(const AudioPlaybackRate& pr1,
 
 static inline bool isAudioPlaybackRateValid(const AudioPlaybackRate& playbackRate) {
     if (playbackRate.mFallbackMode == AUDIO_TIMESTRETCH_FALLBACK_FAIL &&
-            (playbackRate.mStretchMode == AUDIO_TIMESTRETCH_STRETCH_VOICE ||
+            (playbackRate.mStretchMode == AUDIO_TIMESTRETCH_STRETCH_SPEECH ||
              playbackRate.mStretchMode == AUDIO_TIMESTRETCH_STRETCH_DEFAULT)) {
         // A failing fallback is only meaningful to the framework's own stretcher.
         return false;

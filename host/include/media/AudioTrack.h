@@ -54,10 +54,9 @@ public:
         size_t size;        // in: bytes wanted; out: bytes the callback wrote
         union {
             void* raw;
-            short* i16;
+            int16_t* i16;
             int8_t* i8;
         };
-        uint32_t sequence;
     };
 
     typedef void (*callback_t)(int event, void* user, void* info);

@@ -8,17 +8,6 @@
 
 namespace android {
 
-// Must be kept in sync with the platform's PowerManager.java wake lock levels.
-enum {
-    POWERMANAGER_PARTIAL_WAKE_LOCK = 1,
-    POWERMANAGER_SCREEN_DIM_WAKE_LOCK = 6,
-    POWERMANAGER_SCREEN_BRIGHT_WAKE_LOCK = 10,
-    POWERMANAGER_FULL_WAKE_LOCK = 26,
-    POWERMANAGER_PROXIMITY_SCREEN_OFF_WAKE_LOCK = 32,
-    POWERMANAGER_DOZE_WAKE_LOCK = 64,
-    POWERMANAGER_DRAW_WAKE_LOCK = 128,
-};
-
 class IPowerManager : public IInterface {
 public:
     // These transaction IDs follow the method order of IPowerManager.aidl.

@@ -98,27 +98,6 @@ TEST(MediaBufferTest, ResetClearsMetaAndRestoresTheFullRange) {
     buffer->release();
 }
 
-TEST(MediaBufferTest, CloneSharesDataAndKeepsTheOriginalAlive) {
-    int destroyed = 0;
-    MediaBuffer* original = new CountingBuffer(32, &destroyed);
-    original->set_range(4, 8);
-    original->meta_data().setInt64(kKeyTime, 42);
-    MediaBuffer* clone = original->clone();
-    EXPECT_EQ(original->data(), clone->data());
-    EXPECT_EQ(4u, clone->range_offset());
-    clone->set_range(0, 32);
-    EXPECT_EQ(8u, original->range_length());
-    int64_t timeUs = 0;
-    EXPECT_TRUE(clone->meta_data().findInt64(kKeyTime, &timeUs));
-    EXPECT_EQ(42, timeUs);
-
-    original->release();  // the owner is done; the clone's reference remains
-    EXPECT_EQ(0, destroyed);
-    memset(clone->data(), 0, 32);  // still valid memory (ASan)
-    clone->release();              // the clone gives the last reference back
-    EXPECT_EQ(1, destroyed);
-}
-
 class CountingObserver : public MediaBufferObserver {
 public:
     void signalBufferReturned(MediaBufferBase* buffer) override {

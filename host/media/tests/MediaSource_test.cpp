@@ -13,7 +13,6 @@ TEST(ReadOptionsTest, SeekAndNonBlockingRoundTrip) {
     ReadOptions::SeekMode mode = ReadOptions::SEEK_CLOSEST;
     EXPECT_FALSE(options.getSeekTo(&timeUs, &mode));
     EXPECT_FALSE(options.getNonBlocking());
-    EXPECT_EQ(0u, options.getOptions());
 
     options.setSeekTo(1234567);
     ASSERT_TRUE(options.getSeekTo(&timeUs, &mode));

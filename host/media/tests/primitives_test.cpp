@@ -1,3 +1,4 @@
+#include <audio_utils/format.h>
 #include <audio_utils/primitives.h>
 
 #include <math.h>

@@ -145,6 +145,9 @@ struct CodecClient : public AHandler {
     std::vector<uint8_t> pcm() const { Mutex::Autolock l(mLock); return mPcm; }
     std::vector<Output> outputs() const { Mutex::Autolock l(mLock); return mOutputs; }
     int errors() const { Mutex::Autolock l(mLock); return mErrors; }
+    // Error callbacks without "err" or "actionCode", and the last "err".
+    int incompleteErrors() const { Mutex::Autolock l(mLock); return mIncompleteErrors; }
+    status_t lastError() const { Mutex::Autolock l(mLock); return mLastError; }
     int formatChanges() const { Mutex::Autolock l(mLock); return mFormatChanges; }
 
     // Optional: alters a sample before it is queued (index of the sample).
@@ -226,15 +229,27 @@ protected:
                         mOutputs.push_back({timeUs, mPcm.size(), size});
                         mPcm.insert(mPcm.end(), buffer->data(), buffer->data() + size);
                     }
-                    if (flags & MediaCodec::BUFFER_FLAG_EOS) mEos = true;
                     mCondition.broadcast();
                 }
                 mCodec->releaseOutputBuffer(index);
+                // Only now: a waiter woken by the end may look at which
+                // buffers the client still owns.
+                if (flags & MediaCodec::BUFFER_FLAG_EOS) {
+                    Mutex::Autolock autoLock(mLock);
+                    mEos = true;
+                    mCondition.broadcast();
+                }
                 break;
             }
             case MediaCodec::CB_ERROR: {
+                // The fields a platform client reads off an error callback.
+                int32_t err = OK, actionCode = -1;
+                const bool complete = msg->findInt32("err", &err)
+                        && msg->findInt32("actionCode", &actionCode);
                 Mutex::Autolock autoLock(mLock);
                 ++mErrors;
+                if (!complete) ++mIncompleteErrors;
+                mLastError = err;
                 break;
             }
             case MediaCodec::CB_OUTPUT_FORMAT_CHANGED: {
@@ -260,6 +275,8 @@ private:
     std::vector<Output> mOutputs;
     bool mEos = false;
     int mErrors = 0;
+    int mIncompleteErrors = 0;
+    status_t mLastError = OK;
     int mReadErrors = 0;
     int mFormatChanges = 0;
 };

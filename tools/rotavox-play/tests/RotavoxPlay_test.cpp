@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <math.h>
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -13,6 +15,8 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "Fixtures.h"
 
 namespace {
 
@@ -215,5 +219,61 @@ TEST_F(RotavoxPlayTest, BadInputGivesOneClearMessage) {
         EXPECT_EQ(std::string::npos, run.err.find("CHECK")) << run.err;
     }
 }
+
+// The shift, in frames, that best lines up |n| frames of |ref| from |at| with
+// |out| (first channels of interleaved data): out[at + shift] ~ ref[at].
+int bestShift(const std::vector<int16_t>& ref, const std::vector<int16_t>& out, int channels,
+              size_t at, size_t n, int maxShift) {
+    double best = -2;
+    int bestShift = maxShift + 1;
+    for (int shift = -maxShift; shift <= maxShift; ++shift) {
+        double ab = 0, aa = 0, bb = 0;
+        for (size_t i = at; i < at + n; ++i) {
+            const long j = (long)i + shift;
+            if (j < 0 || (size_t)(j + 1) * channels > out.size()) continue;
+            const double a = ref[i * channels], b = out[j * channels];
+            ab += a * b;
+            aa += a * a;
+            bb += b * b;
+        }
+        if (aa > 0 && bb > 0 && ab / sqrt(aa * bb) > best) {
+            best = ab / sqrt(aa * bb);
+            bestShift = shift;
+        }
+    }
+    return bestShift;
+}
+
+// A render of a lossy file lines up with the ffmpeg tool's decode of it, at
+// its start and at its end: the encoder delay the stream declares is not
+// played (MP3's LAME delay, AAC's priming, Opus's pre-skip).  The engine's
+// resampler puts its output one frame ahead of its input.
+class RenderAlignmentTest : public RotavoxPlayTest,
+                            public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(RenderAlignmentTest, LinesUpWithTheToolsDecodeToTheFrame) {
+    const std::string wav = mDir + "/r.wav";
+    PlayRun run = play("--freewheel --out " + wav + " " + fixture(GetParam()));
+    ASSERT_EQ(0, run.exitCode) << run.err;
+    int channels = 0, rate = 0;
+    std::vector<int16_t> out = readPcm(wav, &channels, &rate);
+    ASSERT_GT(channels, 0);
+    std::vector<uint8_t> bytes = android::testing::referenceDecode(
+            fixture(GetParam()), "s16le", 0, "-ac " + std::to_string(channels));
+    std::vector<int16_t> ref(bytes.size() / 2);
+    memcpy(ref.data(), bytes.data(), ref.size() * 2);
+    const size_t frames = ref.size() / channels;
+    ASSERT_GT(frames, 8000u);
+    EXPECT_EQ(-1, bestShift(ref, out, channels, 3000, 1500, 1500)) << "at the start";
+    EXPECT_EQ(-1, bestShift(ref, out, channels, frames - 1600, 1500, 1500)) << "at the end";
+}
+
+INSTANTIATE_TEST_SUITE_P(Lossy, RenderAlignmentTest,
+                         ::testing::Values("mp3.mp3", "aac.m4a", "opus.opus", "vorbis.ogg"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
+                             std::string n = info.param;
+                             for (char& c : n) if (!isalnum((unsigned char)c)) c = '_';
+                             return n;
+                         });
 
 }  // namespace

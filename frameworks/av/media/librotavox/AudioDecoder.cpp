@@ -33,6 +33,12 @@ static const int32_t kPcmEncoding16Bit = 2;
 static const int32_t kPcmEncoding8Bit = 3;
 static const int32_t kPcmEncoding24Bit = 100;
 
+// Mime strings of tracks that the platform's MediaDefs does not name; the
+// values are the ones extractors that carry these formats hand out.
+static const char* const kMimeAudioWmaPro = "audio/x-ms-wma-pro";
+static const char* const kMimeAudioWmaLossless = "audio/x-ms-wma-lossless";
+static const char* const kMimeAudioDsd = "audio/dsd";
+
 AudioDecoder::AudioDecoder(sp<NuMediaExtractor> extractor)
     : mLooper(new ALooper),
       mReflector(new AHandlerReflector<AudioDecoder>(this)),
@@ -135,10 +141,10 @@ void AudioDecoder::setCodecOutputFormat(const sp<AMessage> &format) {
             !property_get_bool("flac.sw.decoder.24bit.support", false)) {
         pcmEncoding = kPcmEncoding16Bit;
     } else if (!strcasecmp(m, MEDIA_MIMETYPE_AUDIO_WMA) ||
-               !strcasecmp(m, MEDIA_MIMETYPE_AUDIO_WMA_PRO) ||
-               !strcasecmp(m, MEDIA_MIMETYPE_AUDIO_WMA_LOSSLESS)) {
+               !strcasecmp(m, kMimeAudioWmaPro) ||
+               !strcasecmp(m, kMimeAudioWmaLossless)) {
         pcmEncoding = kPcmEncoding16Bit;
-    } else if (!strcasecmp(m, MEDIA_MIMETYPE_AUDIO_DSD)) {
+    } else if (!strcasecmp(m, kMimeAudioDsd)) {
         pcmEncoding = kPcmEncoding24Bit;
     } else {
         int32_t bitsPerSample = 16;

@@ -10,6 +10,7 @@
 
 #include <media/AudioResamplerPublic.h>
 #include <media/AudioTrack.h>
+#include <media/MediaHTTPService.h>
 #include <media/MediaPlayerInterface.h>
 #include <media/stagefright/MediaBuffer.h>
 #include <media/stagefright/MediaDefs.h>

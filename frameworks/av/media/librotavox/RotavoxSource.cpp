@@ -7,7 +7,7 @@
 #include <stdlib.h>
 #include <sys/time.h>
 
-#include <audio_utils/primitives.h>
+#include <audio_utils/format.h>
 #include <cutils/properties.h>
 #include <media/stagefright/MediaErrors.h>
 #include <media/stagefright/foundation/AMessage.h>

@@ -9,6 +9,7 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <media/stagefright/foundation/ALooper.h>
+#include <powermanager/PowerManager.h>
 #include <utils/AndroidThreads.h>
 #include <utils/Log.h>
 

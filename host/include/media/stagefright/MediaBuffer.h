@@ -40,18 +40,12 @@ public:
 
     virtual void setObserver(MediaBufferObserver* group) override;
 
-    // A new buffer over the same data with its own range and a copy of the
-    // meta data; it holds a reference on this buffer until it is destroyed.
-    MediaBuffer* clone();
-
     virtual int localRefcount() const override { return mRefCount.load(); }
     virtual int remoteRefcount() const override { return 0; }
 
 protected:
     // Destroyed through release(), never directly.
     virtual ~MediaBuffer();
-
-    MediaBufferObserver* observer() const { return mObserver; }
 
 private:
     MediaBufferObserver* mObserver;
@@ -62,8 +56,6 @@ private:
     bool mOwnsData;
 
     MetaDataBase* mMetaData;
-
-    MediaBuffer* mOriginal;
 
     MediaBuffer(const MediaBuffer&);
     MediaBuffer& operator=(const MediaBuffer&);

@@ -42,8 +42,12 @@ enum {
     ERROR_DRM_DEVICE_REVOKED                = DRM_ERROR_BASE - 9,
     ERROR_DRM_RESOURCE_BUSY                 = DRM_ERROR_BASE - 10,
     ERROR_DRM_INSUFFICIENT_OUTPUT_PROTECTION = DRM_ERROR_BASE - 11,
-    ERROR_DRM_SESSION_LOST_STATE            = DRM_ERROR_BASE - 12,
-    ERROR_DRM_LAST_USED_ERRORCODE           = DRM_ERROR_BASE - 12,
+    ERROR_DRM_INSUFFICIENT_SECURITY         = DRM_ERROR_BASE - 12,
+    ERROR_DRM_FRAME_TOO_LARGE               = DRM_ERROR_BASE - 13,
+    ERROR_DRM_RESOURCE_CONTENTION           = DRM_ERROR_BASE - 14,
+    ERROR_DRM_SESSION_LOST_STATE            = DRM_ERROR_BASE - 15,
+    ERROR_DRM_INVALID_STATE                 = DRM_ERROR_BASE - 16,
+    ERROR_DRM_LAST_USED_ERRORCODE           = DRM_ERROR_BASE - 16,
 
     ERROR_DRM_VENDOR_MAX                    = DRM_ERROR_BASE - 500,
     ERROR_DRM_VENDOR_MIN                    = DRM_ERROR_BASE - 999,
@@ -53,17 +57,16 @@ enum {
     ERROR_HEARTBEAT_TERMINATE_REQUESTED     = HEARTBEAT_ERROR_BASE,
 
     // Conditional access error codes.
-    ERROR_CAS_UNKNOWN                       = -4000,
-    ERROR_CAS_LAST_USED_ERRORCODE           = -4000 - 14,
-    ERROR_CAS_VENDOR_MAX                    = -4000 - 500,
-    ERROR_CAS_VENDOR_MIN                    = -4000 - 999,
+    CAS_ERROR_BASE = -4000,
+
+    ERROR_CAS_UNKNOWN                       = CAS_ERROR_BASE,
+    ERROR_CAS_LAST_USED_ERRORCODE           = CAS_ERROR_BASE - 11,
+    ERROR_CAS_VENDOR_MAX                    = CAS_ERROR_BASE - 500,
+    ERROR_CAS_VENDOR_MIN                    = CAS_ERROR_BASE - 999,
 
     // Codec errors are permitted from 0x80001000 through 0x9000FFFF.
     ERROR_CODEC_MAX    = (signed)0x9000FFFF,
     ERROR_CODEC_MIN    = (signed)0x80001000,
-
-    // Other services' errors are permitted from 0x90010000 through 0xFFFFFFFF.
-    ERROR_OTHER_SERVICES_MIN = (signed)0x90010000,
 };
 
 static inline bool isCryptoError(status_t err) {

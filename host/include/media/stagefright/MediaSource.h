@@ -7,6 +7,7 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include <media/MediaTrack.h>
 #include <media/stagefright/MediaErrors.h>
 #include <media/stagefright/MetaData.h>
 #include <utils/RefBase.h>
@@ -28,42 +29,7 @@ struct MediaSource : public virtual RefBase {
     // Format of the buffers that read() hands out.
     virtual sp<MetaData> getFormat() = 0;
 
-    // Per-read options; by default no seek and a blocking read.
-    struct ReadOptions {
-        enum SeekMode : int32_t {
-            SEEK_PREVIOUS_SYNC = 0,
-            SEEK_NEXT_SYNC     = 1,
-            SEEK_CLOSEST_SYNC  = 2,
-            SEEK_CLOSEST       = 3,
-            SEEK_FRAME_INDEX   = 4,
-        };
-
-        ReadOptions();
-
-        // Reset everything back to defaults.
-        void reset();
-
-        void setSeekTo(int64_t time_us, SeekMode mode = SEEK_CLOSEST_SYNC);
-        void clearSeekTo();
-        bool getSeekTo(int64_t* time_us, SeekMode* mode) const;
-
-        void setNonBlocking();
-        void clearNonBlocking();
-        bool getNonBlocking() const;
-
-        // Bit set of the options present (kSeekTo_Option).
-        uint32_t getOptions() const { return mOptions; }
-
-        enum Options {
-            kSeekTo_Option = 1,
-        };
-
-    private:
-        uint32_t mOptions;
-        int64_t mSeekTimeUs;
-        SeekMode mSeekMode;
-        bool mNonBlocking;
-    };
+    typedef MediaTrack::ReadOptions ReadOptions;
 
     // Blocks until a buffer, an error or the end of the stream
     // (ERROR_END_OF_STREAM).  On OK the caller owns one reference to
@@ -76,9 +42,6 @@ struct MediaSource : public virtual RefBase {
 
     // Asks the source to drop buffers at or after |stopTimeUs| (-1 cancels).
     virtual status_t setStopTimeUs(int64_t /* stopTimeUs */) { return ERROR_UNSUPPORTED; }
-
-    // Whether read() honours ReadOptions::setNonBlocking().
-    virtual bool supportNonblockingRead() { return false; }
 
 protected:
     virtual ~MediaSource();

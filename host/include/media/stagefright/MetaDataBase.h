@@ -84,7 +84,6 @@ enum {
     kKeyTitle             = 'titl',  // cstring
     kKeyYear              = 'year',  // cstring
     kKeyAlbumArt          = 'albA',  // compressed image data
-    kKeyAlbumArtMIME      = 'alAM',  // cstring
     kKeyAuthor            = 'auth',  // cstring
     kKeyCDTrackNumber     = 'cdtr',  // cstring
     kKeyDiscNumber        = 'dnum',  // cstring
@@ -188,7 +187,6 @@ enum {
     kKeyExifOffset        = 'exof',  // int64_t, Exif data offset
     kKeyExifSize          = 'exsz',  // int64_t, Exif data size
     kKeyExifTiffOffset    = 'thdr',  // int32_t
-    kKeyIsExif            = 'exif',  // bool (int32_t) buffer contains exif data block
     kKeyPcmBigEndian      = 'pcmb',  // bool (int32_t)
 
     // Key for ALAC Magic Cookie

@@ -5,6 +5,7 @@
 #include <binder/HostBinder.h>
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
+#include <powermanager/PowerManager.h>
 #include <media/stagefright/foundation/ALooper.h>
 #include <utils/AndroidThreads.h>
 #include <utils/Condition.h>

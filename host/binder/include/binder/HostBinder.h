@@ -15,9 +15,20 @@
 namespace android {
 namespace host {
 
+// A service that keeps state its process would lose when it dies.
+class HostKillable {
+public:
+    // Called once, on the killer's thread, when the object dies and before
+    // its death notices go out.
+    virtual void onHostKilled() = 0;
+
+protected:
+    virtual ~HostKillable() {}
+};
+
 // The default "power" service: keeps the wake locks it was asked for, the way
 // the platform's power manager does for its clients.
-class HostPowerService : public BnInterface<IPowerManager> {
+class HostPowerService : public BnInterface<IPowerManager>, public HostKillable {
 public:
     struct WakeLock {
         sp<IBinder> token;
