@@ -10,7 +10,17 @@ FUZZ_SECONDS ?= 60
 SOAK_SECONDS ?= 60
 SOAK_SEED    ?=
 
-ifeq ($(SANITIZE),)
+# ARCH=arm64: cross build with Debian's toolchain into build-arm64/, tests
+# run under qemu-user (cmake/toolchain-arm64.cmake).
+ARCH ?=
+ifeq ($(ARCH),arm64)
+  ifneq ($(SANITIZE),)
+    $(error ARCH=arm64 builds the plain configuration only)
+  endif
+  BUILD_DIR ?= build-arm64
+else ifneq ($(ARCH),)
+  $(error ARCH must be empty or 'arm64')
+else ifeq ($(SANITIZE),)
   BUILD_DIR ?= build
 else ifeq ($(SANITIZE),address)
   BUILD_DIR ?= build-asan
@@ -24,6 +34,11 @@ endif
 export JAVA_HOME ?= /usr/lib/jvm/java-17-openjdk-$(shell dpkg --print-architecture 2>/dev/null || echo amd64)
 
 CMAKE_FLAGS = -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DROTAVOX_SANITIZE=$(SANITIZE)
+TEST_TIMEOUT = 600
+ifeq ($(ARCH),arm64)
+  CMAKE_FLAGS += -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchain-arm64.cmake
+  TEST_TIMEOUT = 2400
+endif
 
 .PHONY: all deps configure build test demo bench fuzz soak clean
 
@@ -31,6 +46,9 @@ all: build
 
 deps:
 	@scripts/install-deps
+ifeq ($(ARCH),arm64)
+	@scripts/install-deps-arm64 $(BUILD_DIR)
+endif
 
 configure: deps
 	@cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS) > $(BUILD_DIR).configure.log 2>&1 \
@@ -42,7 +60,7 @@ build: configure
 # Every test under ctest.  CTEST_ARGS lets a developer narrow it down,
 # e.g. make test CTEST_ARGS='-R MediaBufferCache'.
 test: build
-	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout 600 $(CTEST_ARGS)
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout $(TEST_TIMEOUT) $(CTEST_ARGS)
 
 demo: build
 	scripts/demo $(BUILD_DIR) $(FILE)
@@ -67,4 +85,4 @@ soak:
 	  ./bin/rotavox-soak --seconds $(SOAK_SECONDS)
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz build*.configure.log
+	rm -rf build build-asan build-tsan build-fuzz build-arm64 build*.configure.log

@@ -5,6 +5,11 @@
 # `ctest -R ALooper` finds the looper's tests.  Every test executable links
 # the log capture (host/testing), so tests can look at the log lines the code
 # under test writes.
+# ROTAVOX_TEST_TIME_FACTOR (more than 1 under an emulator) stretches the
+# TIMEOUT here and, through the environment, the deadlines inside the tests.
+if(NOT DEFINED ROTAVOX_TEST_TIME_FACTOR)
+  set(ROTAVOX_TEST_TIME_FACTOR 1)
+endif()
 function(rotavox_test)
   cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   list(GET T_SOURCES 0 first)
@@ -19,11 +24,12 @@ function(rotavox_test)
   target_link_libraries(${T_NAME} PRIVATE rotavox_testing ${T_LIBS} GTest::gmock GTest::gtest_main Threads::Threads)
   add_test(NAME ${T_NAME} COMMAND ${T_NAME})
   set_tests_properties(${T_NAME} PROPERTIES
-    ENVIRONMENT "ROTAVOX_FIXTURES=${CMAKE_BINARY_DIR}/fixtures;ROTAVOX_PROPERTIES_FILE=;ROTAVOX_PROPERTIES=host.audio.sink=null")
+    ENVIRONMENT "ROTAVOX_FIXTURES=${CMAKE_BINARY_DIR}/fixtures;ROTAVOX_PROPERTIES_FILE=;ROTAVOX_PROPERTIES=host.audio.sink=null;ROTAVOX_TEST_TIME_FACTOR=${ROTAVOX_TEST_TIME_FACTOR}")
   if(T_LABELS)
     set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}")
   endif()
   if(T_TIMEOUT)
-    set_tests_properties(${T_NAME} PROPERTIES TIMEOUT ${T_TIMEOUT})
+    math(EXPR timeout "${T_TIMEOUT} * ${ROTAVOX_TEST_TIME_FACTOR}")
+    set_tests_properties(${T_NAME} PROPERTIES TIMEOUT ${timeout})
   endif()
 endfunction()

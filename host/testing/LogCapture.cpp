@@ -1,4 +1,5 @@
 #include "LogCapture.h"
+#include "TestTime.h"
 
 #include <android/log.h>
 
@@ -74,7 +75,7 @@ bool LogCapture::waitFor(const std::string& tag, const std::string& text,
                          std::chrono::milliseconds timeout, int priority) const {
     Store& s = store();
     std::unique_lock<std::mutex> l(s.lock);
-    return s.added.wait_for(l, timeout, [&] {
+    return s.added.wait_for(l, stretched(timeout), [&] {
         for (const LogLine& line : s.lines) {
             if (matches(line, tag, text, priority)) return true;
         }

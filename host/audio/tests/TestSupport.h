@@ -19,6 +19,8 @@
 #include <media/HostAudioSink.h>
 #include <system/audio.h>
 
+#include "TestTime.h"
+
 namespace android {
 namespace testing {
 
@@ -37,7 +39,8 @@ public:
     // Generous bound so a broken build fails instead of hanging.
     bool wait(std::chrono::seconds timeout = std::chrono::seconds(20)) {
         std::unique_lock<std::mutex> lock(mLock);
-        return mCond.wait_for(lock, timeout, [this] { return mOpen; });
+        return mCond.wait_for(lock, android::testing::stretched(timeout),
+                              [this] { return mOpen; });
     }
 
 private:

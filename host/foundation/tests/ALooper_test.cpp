@@ -20,12 +20,13 @@
 #include <gtest/gtest.h>
 
 #include "LogCapture.h"
+#include "TestTime.h"
 
 namespace android {
 namespace {
 
 // Generous bound for waits that must succeed; it only matters when a test fails.
-constexpr nsecs_t kWaitNs = 10000000000LL;
+const nsecs_t kWaitNs = testing::stretchedNs(10000000000LL);
 
 pid_t currentTid() {
     return static_cast<pid_t>(syscall(SYS_gettid));

@@ -24,6 +24,7 @@
 #include <utils/Mutex.h>
 
 #include "MediaCodecBuffer.h"
+#include "TestTime.h"
 
 namespace android {
 namespace testing {
@@ -96,7 +97,8 @@ struct CodecClient : public AHandler {
     // Waits until the end-of-stream output arrived; false on time-out.
     bool waitForEos(std::chrono::seconds timeout = std::chrono::seconds(60)) {
         Mutex::Autolock autoLock(mLock);
-        const nsecs_t deadline = systemTime() + std::chrono::nanoseconds(timeout).count();
+        const nsecs_t deadline =
+                systemTime() + std::chrono::nanoseconds(testing::stretched(timeout)).count();
         while (!mEos) {
             nsecs_t left = deadline - systemTime();
             if (left <= 0) return false;
@@ -108,7 +110,8 @@ struct CodecClient : public AHandler {
     // Waits until at least |bytes| of PCM came out (or the end).
     bool waitForBytes(size_t bytes, std::chrono::seconds timeout = std::chrono::seconds(60)) {
         Mutex::Autolock autoLock(mLock);
-        const nsecs_t deadline = systemTime() + std::chrono::nanoseconds(timeout).count();
+        const nsecs_t deadline =
+                systemTime() + std::chrono::nanoseconds(testing::stretched(timeout)).count();
         while (mPcm.size() < bytes && !mEos) {
             nsecs_t left = deadline - systemTime();
             if (left <= 0) return false;

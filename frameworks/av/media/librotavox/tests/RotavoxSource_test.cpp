@@ -25,6 +25,7 @@
 #include "RotavoxSource.h"
 #include "ScratchInspectors.h"
 #include "SyntheticPcmSource.h"
+#include "TestTime.h"
 
 namespace android {
 namespace {
@@ -32,13 +33,15 @@ namespace {
 using testing::LogCapture;
 using testing::SyntheticPcmConfig;
 using testing::SyntheticPcmSource;
+using testing::stretched;
 
 const char* kTag = "RotavoxSource";
 const char* kProperty = "media.rotavox.cache-params";
 
 // Polls |done| until it holds or a generous deadline passes.
 bool waitUntil(const std::function<bool()>& done, int timeoutMs = 10000) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    const auto deadline =
+            std::chrono::steady_clock::now() + stretched(std::chrono::milliseconds(timeoutMs));
     while (!done()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "LogCapture.h"
+#include "TestTime.h"
 
 extern "C" jint JNI_OnLoad(JavaVM* vm, void* reserved);
 
@@ -262,7 +263,8 @@ TEST_F(RotavoxJniCallsTest, PositionsGoInAsMillisecondsAndComeOutAsMicroseconds)
     ASSERT_EQ(OK, native<jint (*)(JNIEnv*, jobject)>("nativePrepare")(&gEnv, thiz()));
     // The scratch source takes a new position on its own thread.
     auto positionBecomes = [&](jlong expectedUs) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        const auto end =
+                std::chrono::steady_clock::now() + testing::stretched(std::chrono::seconds(5));
         while (getPosition(&gEnv, thiz()) != expectedUs) {
             if (std::chrono::steady_clock::now() > end) return false;
             std::this_thread::sleep_for(std::chrono::milliseconds(2));

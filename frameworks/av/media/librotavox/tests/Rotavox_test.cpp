@@ -36,10 +36,12 @@
 #include "LogCapture.h"
 #include "Rotavox.h"
 #include "RotavoxSource.h"
+#include "TestTime.h"
 
 namespace android {
 
 using testing::LogCapture;
+using testing::stretched;
 using namespace std::chrono_literals;
 
 // Reaches the player's private state; the player itself exposes no flags.
@@ -135,7 +137,7 @@ public:
     }
     bool waitFor(int msg, std::chrono::milliseconds timeout) {
         std::unique_lock<std::mutex> l(mRecorder->lock);
-        return mRecorder->changed.wait_for(l, timeout, [&] {
+        return mRecorder->changed.wait_for(l, stretched(timeout), [&] {
             for (const Message& m : mRecorder->messages) {
                 if (m.msg == msg) return true;
             }
@@ -155,7 +157,7 @@ private:
 // guard against a hang, never the oracle.
 template <typename Pred>
 bool eventually(Pred pred, std::chrono::milliseconds timeout = 5000ms) {
-    auto end = std::chrono::steady_clock::now() + timeout;
+    auto end = std::chrono::steady_clock::now() + stretched(timeout);
     while (!pred()) {
         if (std::chrono::steady_clock::now() > end) return false;
         std::this_thread::sleep_for(2ms);

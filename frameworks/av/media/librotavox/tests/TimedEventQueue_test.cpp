@@ -12,6 +12,7 @@
 #include <utils/Mutex.h>
 
 #include <LogCapture.h>
+#include <TestTime.h>
 #include <gtest/gtest.h>
 
 #include <dirent.h>
@@ -41,7 +42,7 @@ const char* const kTag = "TimedEventQueue";
 const String16 kPower("power");
 
 // Nothing here is timed; this only keeps a broken queue from hanging the run.
-constexpr nsecs_t kGuardNs = 20000000000LL;
+const nsecs_t kGuardNs = testing::stretchedNs(20000000000LL);
 
 struct Firing {
     int tag;

@@ -4,6 +4,7 @@
 
 #include <media/stagefright/MediaBuffer.h>
 #include <media/stagefright/MetaData.h>
+#include "TestTime.h"
 #include <media/stagefright/foundation/AString.h>
 
 #include <stdio.h>
@@ -177,7 +178,7 @@ void MessageCollector::onMessageReceived(const sp<AMessage> &msg) {
 sp<AMessage> MessageCollector::next(std::chrono::milliseconds timeout) {
     Mutex::Autolock l(mLock);
     const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) +
-                             std::chrono::nanoseconds(timeout).count();
+                             std::chrono::nanoseconds(testing::stretched(timeout)).count();
     while (mMessages.empty()) {
         const nsecs_t left = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
         if (left <= 0) return nullptr;

@@ -9,6 +9,8 @@
 #include <media/stagefright/MediaBuffer.h>
 #include <media/stagefright/MediaDefs.h>
 
+#include "TestTime.h"
+
 namespace android {
 namespace testing {
 
@@ -190,13 +192,13 @@ void SyntheticPcmSource::allowReads(int count) {
 
 bool SyntheticPcmSource::waitForReadsEntered(int count, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+    return mChanged.wait_for(lock, stretched(std::chrono::milliseconds(timeoutMs)),
                              [&] { return mReadsEntered >= count; });
 }
 
 bool SyntheticPcmSource::waitForReadsDone(int count, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+    return mChanged.wait_for(lock, stretched(std::chrono::milliseconds(timeoutMs)),
                              [&] { return mReadsDone >= count; });
 }
 
