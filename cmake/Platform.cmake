@@ -21,6 +21,7 @@ set(CMAKE_INSTALL_RPATH ${ANDROID_LIB_DIR})
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswresample)
 pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
+pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 find_package(Threads REQUIRED)
 find_package(GTest REQUIRED)
 

@@ -25,12 +25,12 @@
 #include <thread>
 #include <vector>
 
+#include <HostMediaStats.h>
 #include <media/HostAudioSink.h>
 
 #include "DecodeFloor.h"
 #include "PlayerDriver.h"
 #include "Rotavox.h"
-#include "RotavoxSource.h"
 #include "SpeedPattern.h"
 #include "ThreadCpu.h"
 
@@ -171,8 +171,8 @@ int cmdPlay(const std::string& patternName, double warmupS, double windowS,
             windowStart = Clock::now();
             cpuBefore = ThreadCpu::processSeconds();
             threadsBefore = ThreadCpu::snapshot();
-            decodedBefore = android::RotavoxSource::totalDecodedFrames();
-            waitsBefore = android::RotavoxSource::totalDataWaits();
+            decodedBefore = android::hostMediaDecodedFrames();
+            waitsBefore = android::hostAudioGetTotals().stalledCallbacks;
             for (size_t i = 0; i < n; ++i) totalsBefore[i] = drivers[i]->totals();
         }
         for (size_t i = 0; i < n; ++i) {
@@ -201,8 +201,8 @@ int cmdPlay(const std::string& patternName, double warmupS, double windowS,
     // not the engine's (the speed calls it makes are, but cost microseconds).
     double driverCpuS = 0;
     if (auto it = byThread.find(kDriverThreadName); it != byThread.end()) driverCpuS = it->second;
-    const int64_t decoded = android::RotavoxSource::totalDecodedFrames() - decodedBefore;
-    const int64_t waits = android::RotavoxSource::totalDataWaits() - waitsBefore;
+    const int64_t decoded = android::hostMediaDecodedFrames() - decodedBefore;
+    const int64_t waits = android::hostAudioGetTotals().stalledCallbacks - waitsBefore;
 
     double outputS = 0;
     int64_t underrunsWindow = 0, underrunsRun = 0, worstRun = 0;
@@ -216,7 +216,7 @@ int cmdPlay(const std::string& patternName, double warmupS, double windowS,
     for (auto& d : drivers) d->close();
 
     printf("{\"pattern\":\"%s\",\"players\":%zu,\"window_s\":%.3f,\"output_s\":%.3f,"
-           "\"cpu_s\":%.6f,\"driver_cpu_s\":%.6f,\"played_media_s\":%.3f,\"decoded_media_s\":%.3f,\"data_waits\":%lld,"
+           "\"cpu_s\":%.6f,\"driver_cpu_s\":%.6f,\"played_media_s\":%.3f,\"decoded_media_s\":%.3f,\"stalled_callbacks\":%lld,"
            "\"underrun_frames_window\":%lld,\"underrun_frames_run\":%lld,"
            "\"underrun_frames_worst_player\":%lld,\"threads\":{",
            patternName.c_str(), n, wallS, outputS, cpuS, driverCpuS, pattern.meanAbsSpeed() * outputS,

@@ -120,16 +120,6 @@ public:
     void onMessageReceived(const sp<AMessage>& msg);
     status_t updateCacheIfNecessary_l(int64_t positionUs);
 
-    // Process-wide figures for tools and benchmarks: how often a reader
-    // waited 50 ms for data, and how many frames were decoded into caches.
-    static int64_t totalDataWaits();
-    static int64_t totalDecodedFrames();
-    // Cache work under way in the process: decode chains running plus
-    // position changes posted and not yet carried out.  An offline renderer
-    // waits for 0 before it takes more output, so that its reader never runs
-    // into the tail of a cache that is still being filled.
-    static int64_t pendingCacheWork();
-
     // Read-only views for tests and diagnostics.
     int64_t getCacheLowWaterUs() const { return mCacheLowWaterUs; }
     int64_t getCacheHighWaterUs() const { return mCacheHighWaterUs; }
@@ -168,10 +158,6 @@ private:
     void resample(MediaBufferBase* buffer);
     void restartCache_l(int64_t positionUs);
     void postDecode_l();
-    // Every change of mDecoding goes through here to keep the process-wide
-    // count of decoding sources.
-    void setDecoding(bool decoding);
-    void positionDone();
 
     sp<MediaSource> mSource;
     sp<AHandlerReflector<RotavoxSource> > mReflector;
@@ -213,8 +199,6 @@ private:
     int64_t mLastBackfillRequestPosUs;
     // Wall clock behind the backfill throttle's stamp; tests put in their own.
     int (*mGetTimeOfDay)(struct timeval*, void*);
-    // kWhatPosition messages posted and not yet handled.
-    std::atomic<int32_t> mPendingPositions;
     int64_t mCachePrerollUs;
     int64_t mCacheHighWaterUs;
     int64_t mCacheLowWaterUs;

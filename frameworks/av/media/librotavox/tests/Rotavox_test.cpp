@@ -26,6 +26,7 @@
 
 #include <cutils/properties.h>
 #include <media/AudioTrack.h>
+#include <HostLooperStats.h>
 #include <media/HostAudioSink.h>
 #include <media/MediaPlayerInterface.h>
 #include <media/stagefright/MediaBuffer.h>
@@ -700,7 +701,7 @@ TEST_F(RotavoxTest, ForwardThenRewindPlaysTheFileThenItsReversal) {
     // where the source rightly repeats its last buffer.  Waiting for the
     // decoder before each period keeps the output the one real time gives.
     auto waitForDecoder = [] {
-        ASSERT_TRUE(eventually([] { return RotavoxSource::pendingCacheWork() == 0; }, 20s));
+        ASSERT_TRUE(hostLooperWaitIdle("RotavoxSource", std::chrono::steady_clock::now() + 20s));
     };
     options.periodHook = [&](const HostAudioPeriod& period) {
         waitForDecoder();
