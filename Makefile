@@ -9,6 +9,7 @@ FILE      ?=
 FUZZ_SECONDS ?= 60
 SOAK_SECONDS ?= 60
 SOAK_SEED    ?=
+PREFIX       ?= /usr/local
 
 ifeq ($(SANITIZE),)
   BUILD_DIR ?= build
@@ -25,12 +26,14 @@ export JAVA_HOME ?= /usr/lib/jvm/java-17-openjdk-$(shell dpkg --print-architectu
 
 CMAKE_FLAGS = -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DROTAVOX_SANITIZE=$(SANITIZE)
 
-.PHONY: all deps configure build test demo bench fuzz soak clean
+.PHONY: all deps configure build test demo bench fuzz soak install deb clean
 
 all: build
 
+# DEPS_TARGET: which set of packages scripts/install-deps installs.
+DEPS_TARGET ?= test
 deps:
-	@scripts/install-deps
+	@scripts/install-deps $(DEPS_TARGET)
 
 configure: deps
 	@cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS) > $(BUILD_DIR).configure.log 2>&1 \
@@ -44,15 +47,33 @@ build: configure
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout 600 $(CTEST_ARGS)
 
-demo: build
-	scripts/demo $(BUILD_DIR) $(FILE)
+# Only what the demo needs, with a line per stage; the build's own output
+# goes to a log that is shown when it fails.
+DEMO_TARGETS = rotavox rotavox_java rotavox_demo fixtures
+demo:
+	@$(MAKE) --no-print-directory configure DEPS_TARGET=demo
+	@echo "demo: building the engine, the Java class and the demo (log: $(BUILD_DIR).demo-build.log)"
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target $(DEMO_TARGETS) > $(BUILD_DIR).demo-build.log 2>&1 \
+	  || { tail -n 40 $(BUILD_DIR).demo-build.log; exit 1; }
+	@scripts/demo $(BUILD_DIR) $(FILE)
 
-bench: build
+# cmake --install under PREFIX (FHS: bin, lib/.../jni, share/java, share/man).
+install: build
+	cmake --install $(BUILD_DIR) --prefix $(PREFIX)
+
+# The Debian package (CPack), in $(BUILD_DIR): apt install ./librotavox_*.deb
+deb:
+	$(MAKE) build DEPS_TARGET=deb
+	cd $(BUILD_DIR) && cpack -G DEB
+
+bench:
+	$(MAKE) build DEPS_TARGET=bench
 	scripts/bench $(BUILD_DIR)
 
 # libFuzzer targets (fuzz/) in their own clang configuration, build-fuzz/,
 # each run for FUZZ_SECONDS.
-fuzz: deps
+fuzz:
+	@scripts/install-deps fuzz
 	@CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DROTAVOX_FUZZ=ON \
 	  > build-fuzz.configure.log 2>&1 || { cat build-fuzz.configure.log; exit 1; }
 	cmake --build build-fuzz -j $(JOBS) --target fuzzers
