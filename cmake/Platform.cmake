@@ -24,6 +24,9 @@ pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
 pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 find_package(Threads REQUIRED)
 find_package(GTest REQUIRED)
+# The tools: arguments and JSON.
+find_package(CLI11 CONFIG REQUIRED)
+find_package(nlohmann_json 3 REQUIRED)
 
 # Warnings are errors in our own code only; the platform headers come in as
 # system headers.

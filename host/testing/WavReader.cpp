@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 #include <sndfile.h>
 
 namespace android {
@@ -25,10 +27,20 @@ Wav readWav(const std::string& path) {
     wav.sampleRate = info.samplerate;
     wav.sampleFormat = info.format & SF_FORMAT_SUBMASK;
     wav.frames = info.frames;
-    uint8_t chunk[65536];
+    int sampleBytes = 2;
+    switch (wav.sampleFormat) {
+        case SF_FORMAT_PCM_S8: case SF_FORMAT_PCM_U8: sampleBytes = 1; break;
+        case SF_FORMAT_PCM_24: sampleBytes = 3; break;
+        case SF_FORMAT_PCM_32: case SF_FORMAT_FLOAT: sampleBytes = 4; break;
+        case SF_FORMAT_DOUBLE: sampleBytes = 8; break;
+        default: break;
+    }
+    // Raw reads come in whole frames.
+    const size_t frameBytes = (size_t)sampleBytes * std::max(1, info.channels);
+    std::vector<uint8_t> chunk(65536 / frameBytes * frameBytes);
     sf_count_t n;
-    while ((n = sf_read_raw(f, chunk, sizeof(chunk))) > 0) {
-        wav.bytes.insert(wav.bytes.end(), chunk, chunk + n);
+    while ((n = sf_read_raw(f, chunk.data(), (sf_count_t)chunk.size())) > 0) {
+        wav.bytes.insert(wav.bytes.end(), chunk.begin(), chunk.begin() + n);
     }
     sf_close(f);
     wav.ok = true;

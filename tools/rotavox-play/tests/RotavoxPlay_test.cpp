@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -304,6 +305,40 @@ TEST_F(RotavoxPlayTest, LogLevelsFollowTheFlagsAndAndroidLogTags) {
         EXPECT_EQ(c.toolLines, run.err.find("forward 1000") != std::string::npos) << run.err;
         EXPECT_EQ(std::string::npos, run.err.find("no call from app")) << run.err;
     }
+}
+
+// On a terminal: an mpv-like status line, and log lines that each get a
+// line of their own instead of landing inside it.
+TEST_F(RotavoxPlayTest, OnATerminalLogLinesNeverBreakTheProgressLine) {
+    const std::string log = mDir + "/tty.log";
+    const std::string cmd = "script -qec \"" + std::string(getenv("ROTAVOX_PLAY")) +
+                            " -v --sink null --duration 0.8 " + fixture("flac16.flac") + "\" " + log +
+                            " > /dev/null 2>&1";
+    ASSERT_EQ(0, system(cmd.c_str()));
+    std::ifstream in(log);
+    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_NE(std::string::npos, all.find("Playing 0:0")) << all;
+    EXPECT_NE(std::string::npos, all.find(" / 0:03.00 (")) << all;
+    size_t logLines = 0;
+    std::istringstream lines(all);
+    std::string line;
+    while (std::getline(lines, line)) {
+        // What stays on screen of a line is what follows its last erase.
+        const size_t erase = line.rfind("\r\033[K");
+        const std::string shown = erase == std::string::npos ? line : line.substr(erase + 4);
+        const bool isLog = shown.find(" Rotavox") != std::string::npos || shown.find(" AudioTrack") != std::string::npos;
+        logLines += isLog;
+        EXPECT_FALSE(isLog && shown.find("speed +") != std::string::npos) << shown;
+        // Wherever a status was drawn, the screen is erased before a log
+        // line follows it.
+        for (size_t at = line.find("output 0:"); at != std::string::npos; at = line.find("output 0:", at + 1)) {
+            const size_t next = std::min(line.find(" Rotavox", at), line.find(" AudioTrack", at));
+            if (next != std::string::npos) {
+                EXPECT_NE(std::string::npos, line.substr(at, next - at).find("\r\033[K")) << line;
+            }
+        }
+    }
+    EXPECT_GT(logLines, 0u) << all;
 }
 
 TEST_F(RotavoxPlayTest, HelpAndVersionAnswerAndExitZero) {
