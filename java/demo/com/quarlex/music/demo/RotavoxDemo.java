@@ -114,6 +114,8 @@ public final class RotavoxDemo {
         JSONObject data = new JSONObject()
                 .put("title", "make demo: the turntable routine on " + new File(path).getName())
                 .put("output_s", nowMs() / 1000.0)
+                // The output, and so the WAV, starts with the first step.
+                .put("wav_offset_s", mSteps.length() > 0 ? mSteps.getJSONObject(0).getDouble("t") : 0)
                 .put("positions", mPositions)
                 .put("operations", mSteps);
         Files.write(out.toPath(), data.toString(1).getBytes(StandardCharsets.UTF_8));
