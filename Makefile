@@ -9,6 +9,7 @@ FILE      ?=
 FUZZ_SECONDS ?= 60
 SOAK_SECONDS ?= 60
 SOAK_SEED    ?=
+PREFIX       ?= /usr/local
 
 # ARCH=arm64: cross build with Debian's toolchain into build-arm64/, tests
 # run under qemu-user (cmake/toolchain-arm64.cmake).
@@ -40,12 +41,14 @@ ifeq ($(ARCH),arm64)
   TEST_TIMEOUT = 2400
 endif
 
-.PHONY: all deps configure build test demo bench fuzz soak clean
+.PHONY: all deps configure build test demo bench fuzz soak install deb clean
 
 all: build
 
+# DEPS_TARGET: which set of packages scripts/install-deps installs.
+DEPS_TARGET ?= test
 deps:
-	@scripts/install-deps
+	@scripts/install-deps $(DEPS_TARGET)
 ifeq ($(ARCH),arm64)
 	@scripts/install-deps-arm64 $(BUILD_DIR)
 endif
@@ -62,16 +65,34 @@ build: configure
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) --timeout $(TEST_TIMEOUT) $(CTEST_ARGS)
 
-demo: build
-	scripts/demo $(BUILD_DIR) $(FILE)
+# Only what the demo needs, with a line per stage; the build's own output
+# goes to a log that is shown when it fails.
+DEMO_TARGETS = rotavox rotavox_java rotavox_demo fixtures
+demo:
+	@$(MAKE) --no-print-directory configure DEPS_TARGET=demo
+	@echo "demo: building the engine, the Java class and the demo (log: $(BUILD_DIR).demo-build.log)"
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target $(DEMO_TARGETS) > $(BUILD_DIR).demo-build.log 2>&1 \
+	  || { tail -n 40 $(BUILD_DIR).demo-build.log; exit 1; }
+	@scripts/demo $(BUILD_DIR) $(FILE)
 
-bench: build
+# cmake --install under PREFIX (FHS: bin, lib/.../jni, share/java, share/man).
+install: build
+	cmake --install $(BUILD_DIR) --prefix $(PREFIX)
+
+# The Debian package (CPack), in $(BUILD_DIR): apt install ./librotavox_*.deb
+deb:
+	$(MAKE) build DEPS_TARGET=deb
+	cd $(BUILD_DIR) && cpack -G DEB
+
+bench:
+	$(MAKE) build DEPS_TARGET=bench
 	scripts/bench $(BUILD_DIR)
 
 # libFuzzer targets (fuzz/) in their own clang configuration, build-fuzz/,
 # each run for FUZZ_SECONDS.  The binding's library is built there too, so
 # that clang's lock analysis covers every engine source.
-fuzz: deps
+fuzz:
+	@scripts/install-deps fuzz
 	@CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DROTAVOX_FUZZ=ON \
 	  > build-fuzz.configure.log 2>&1 || { cat build-fuzz.configure.log; exit 1; }
 	cmake --build build-fuzz -j $(JOBS) --target fuzzers rotavox

@@ -21,8 +21,12 @@ set(CMAKE_INSTALL_RPATH ${ANDROID_LIB_DIR})
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswresample)
 pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
+pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 find_package(Threads REQUIRED)
 find_package(GTest REQUIRED)
+# The tools: arguments and JSON.
+find_package(CLI11 CONFIG REQUIRED)
+find_package(nlohmann_json 3 REQUIRED)
 
 # Warnings are errors in our own code only; the platform headers come in as
 # system headers.

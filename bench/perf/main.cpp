@@ -25,12 +25,14 @@
 #include <thread>
 #include <vector>
 
+#include <HostMediaStats.h>
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 #include <media/HostAudioSink.h>
 
 #include "DecodeFloor.h"
 #include "PlayerDriver.h"
 #include "Rotavox.h"
-#include "RotavoxSource.h"
 #include "SpeedPattern.h"
 #include "ThreadCpu.h"
 
@@ -42,17 +44,6 @@ namespace {
 constexpr uint32_t kTrackRateHz = 44100;  // the benchmark's tracks
 constexpr const char* kDriverThreadName = "perf-driver";
 
-int usage() {
-    fprintf(stderr,
-            "usage: rotavox-perf floor FILE\n"
-            "       rotavox-perf latency [--reps N] [--seeks N] FILE\n"
-            "       rotavox-perf play --pattern NAME [--warmup S] [--window S] FILE...\n"
-            "       rotavox-perf rss FILE\n"
-            "       rotavox-perf reversal FILE\n"
-            "patterns: 1x -1x 10x -10x sine4 sine10 seeks\n");
-    return 2;
-}
-
 int fail(const std::string& message) {
     fprintf(stderr, "rotavox-perf: %s\n", message.c_str());
     return 1;
@@ -62,14 +53,9 @@ double msBetween(Clock::time_point a, Clock::time_point b) {
     return std::chrono::duration<double, std::milli>(b - a).count();
 }
 
-std::string jsonList(const std::vector<double>& values) {
-    std::string s = "[";
-    char item[32];
-    for (size_t i = 0; i < values.size(); ++i) {
-        snprintf(item, sizeof(item), "%s%.3f", i ? "," : "", values[i]);
-        s += item;
-    }
-    return s + "]";
+// One measurement: one JSON object on a line of its own.
+void emit(const nlohmann::json& j) {
+    printf("%s\n", j.dump().c_str());
 }
 
 // Paces a driver loop on the wall clock: the speed gestures are timed.
@@ -86,8 +72,7 @@ int cmdFloor(const std::string& path) {
         if (!r.error.empty()) return fail(r.error);
         if (i == 0 || r.cpuS < best.cpuS) best = r;
     }
-    printf("{\"file\":\"%s\",\"codec\":\"%s\",\"cpu_s\":%.6f,\"media_s\":%.3f}\n", path.c_str(),
-           best.codec.c_str(), best.cpuS, best.mediaS);
+    emit({{"file", path}, {"codec", best.codec}, {"cpu_s", best.cpuS}, {"media_s", best.mediaS}});
     return 0;
 }
 
@@ -124,10 +109,8 @@ int cmdLatency(const std::string& path, int reps, int seeks) {
         }
         driver.close();
     }
-    printf("{\"file\":\"%s\",\"start_ms\":%s,\"set_data_source_ms\":%s,\"prepare_ms\":%s,"
-           "\"seek_ms\":%s}\n",
-           path.c_str(), jsonList(startMs).c_str(), jsonList(setDataSourceMs).c_str(),
-           jsonList(prepareMs).c_str(), jsonList(seekMs).c_str());
+    emit({{"file", path}, {"start_ms", startMs}, {"set_data_source_ms", setDataSourceMs},
+          {"prepare_ms", prepareMs}, {"seek_ms", seekMs}});
     return 0;
 }
 
@@ -171,8 +154,8 @@ int cmdPlay(const std::string& patternName, double warmupS, double windowS,
             windowStart = Clock::now();
             cpuBefore = ThreadCpu::processSeconds();
             threadsBefore = ThreadCpu::snapshot();
-            decodedBefore = android::RotavoxSource::totalDecodedFrames();
-            waitsBefore = android::RotavoxSource::totalDataWaits();
+            decodedBefore = android::hostMediaDecodedFrames();
+            waitsBefore = android::hostAudioGetTotals().stalledCallbacks;
             for (size_t i = 0; i < n; ++i) totalsBefore[i] = drivers[i]->totals();
         }
         for (size_t i = 0; i < n; ++i) {
@@ -201,8 +184,8 @@ int cmdPlay(const std::string& patternName, double warmupS, double windowS,
     // not the engine's (the speed calls it makes are, but cost microseconds).
     double driverCpuS = 0;
     if (auto it = byThread.find(kDriverThreadName); it != byThread.end()) driverCpuS = it->second;
-    const int64_t decoded = android::RotavoxSource::totalDecodedFrames() - decodedBefore;
-    const int64_t waits = android::RotavoxSource::totalDataWaits() - waitsBefore;
+    const int64_t decoded = android::hostMediaDecodedFrames() - decodedBefore;
+    const int64_t waits = android::hostAudioGetTotals().stalledCallbacks - waitsBefore;
 
     double outputS = 0;
     int64_t underrunsWindow = 0, underrunsRun = 0, worstRun = 0;
@@ -215,20 +198,15 @@ int cmdPlay(const std::string& patternName, double warmupS, double windowS,
     }
     for (auto& d : drivers) d->close();
 
-    printf("{\"pattern\":\"%s\",\"players\":%zu,\"window_s\":%.3f,\"output_s\":%.3f,"
-           "\"cpu_s\":%.6f,\"driver_cpu_s\":%.6f,\"played_media_s\":%.3f,\"decoded_media_s\":%.3f,\"data_waits\":%lld,"
-           "\"underrun_frames_window\":%lld,\"underrun_frames_run\":%lld,"
-           "\"underrun_frames_worst_player\":%lld,\"threads\":{",
-           patternName.c_str(), n, wallS, outputS, cpuS, driverCpuS, pattern.meanAbsSpeed() * outputS,
-           (double)decoded / kTrackRateHz, (long long)waits, (long long)underrunsWindow,
-           (long long)underrunsRun, (long long)worstRun);
-    bool first = true;
+    nlohmann::json threads = nlohmann::json::object();
     for (const auto& [name, seconds] : byThread) {
-        if (seconds < 0.0005) continue;
-        printf("%s\"%s\":%.4f", first ? "" : ",", name.c_str(), seconds);
-        first = false;
+        if (seconds >= 0.0005) threads[name] = seconds;
     }
-    printf("}}\n");
+    emit({{"pattern", patternName}, {"players", n}, {"window_s", wallS}, {"output_s", outputS},
+          {"cpu_s", cpuS}, {"driver_cpu_s", driverCpuS}, {"played_media_s", pattern.meanAbsSpeed() * outputS},
+          {"decoded_media_s", (double)decoded / kTrackRateHz}, {"stalled_callbacks", waits},
+          {"underrun_frames_window", underrunsWindow}, {"underrun_frames_run", underrunsRun},
+          {"underrun_frames_worst_player", worstRun}, {"threads", threads}});
     return 0;
 }
 
@@ -267,8 +245,7 @@ int cmdRss(const std::string& path) {
     play(durationMs - 20000, -1000, 3);
     for (int i = 1; i <= 3; ++i) play(durationMs * i / 4, 1000, 2);
     d.close();
-    printf("{\"file\":\"%s\",\"baseline_kb\":%ld,\"peak_kb\":%ld}\n", path.c_str(), baselineKb,
-           statusKb("VmHWM"));
+    emit({{"file", path}, {"baseline_kb", baselineKb}, {"peak_kb", statusKb("VmHWM")}});
     return 0;
 }
 
@@ -331,54 +308,52 @@ int cmdReversal(const std::string& path) {
     // A reversal is the call plus the ramp through zero after it; the
     // steady-state reference is the stretch before the call, past the
     // previous change's ramp.
-    printf("{\"file\":\"%s\",\"reversals\":[", path.c_str());
-    bool first = true;
+    nlohmann::json reversals = nlohmann::json::array();
     for (size_t i = 1; i + 1 < script.size(); ++i) {
         if ((script[i].speed > 0) == (script[i - 1].speed > 0)) continue;
         const double at = script[i].atS;
-        printf("%s{\"speed\":%d,\"at_s\":%.2f,\"max_jump\":%d,\"steady_max_jump\":%d}",
-               first ? "" : ",", script[i].speed, at, maxJump(at, at + 0.25),
-               maxJump(script[i - 1].atS + 0.15, at));
-        first = false;
+        reversals.push_back({{"speed", script[i].speed}, {"at_s", at}, {"max_jump", maxJump(at, at + 0.25)},
+                             {"steady_max_jump", maxJump(script[i - 1].atS + 0.15, at)}});
     }
-    printf("]}\n");
+    emit({{"file", path}, {"reversals", reversals}});
     return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3) return usage();
     pthread_setname_np(pthread_self(), kDriverThreadName);
-    const std::string cmd = argv[1];
+    CLI::App app("The engine's end-to-end measurements, one JSON object each.", "rotavox-perf");
+    app.require_subcommand(1);
+    std::vector<std::string> files;
     std::string pattern;
     int reps = 10, seeks = 3;
     double warmupS = 3, windowS = 20;
-    std::vector<std::string> files;
-    for (int i = 2; i < argc; ++i) {
-        const std::string a = argv[i];
-        auto value = [&]() -> const char* { return i + 1 < argc ? argv[++i] : ""; };
-        if (a == "--pattern") {
-            pattern = value();
-        } else if (a == "--reps") {
-            reps = atoi(value());
-        } else if (a == "--seeks") {
-            seeks = atoi(value());
-        } else if (a == "--warmup") {
-            warmupS = atof(value());
-        } else if (a == "--window") {
-            windowS = atof(value());
-        } else if (a.rfind("--", 0) == 0) {
-            return usage();
-        } else {
-            files.push_back(a);
-        }
+    auto* floor = app.add_subcommand("floor", "CPU of a plain FFmpeg decode of FILE");
+    auto* latency = app.add_subcommand("latency", "start and seek latency");
+    auto* play = app.add_subcommand("play", "CPU and underruns of a speed pattern, one player per FILE");
+    auto* rss = app.add_subcommand("rss", "peak memory");
+    auto* reversal = app.add_subcommand("reversal", "smoothness of direction reversals");
+    for (CLI::App* sub : {floor, latency, rss, reversal}) {
+        sub->add_option("FILE", files, "the track")->required()->expected(1);
     }
-    if (files.empty()) return usage();
-    if (cmd == "floor") return cmdFloor(files[0]);
-    if (cmd == "latency") return cmdLatency(files[0], std::max(1, reps), std::max(0, seeks));
-    if (cmd == "play") return pattern.empty() ? usage() : cmdPlay(pattern, warmupS, windowS, files);
-    if (cmd == "rss") return cmdRss(files[0]);
-    if (cmd == "reversal") return cmdReversal(files[0]);
-    return usage();
+    play->add_option("FILE", files, "the tracks")->required();
+    latency->add_option("--reps", reps, "players opened")->check(CLI::PositiveNumber);
+    latency->add_option("--seeks", seeks, "seeks per player")->check(CLI::NonNegativeNumber);
+    play->add_option("--pattern", pattern, "the speed pattern")
+            ->required()
+            ->check(CLI::IsMember({"1x", "-1x", "10x", "-10x", "sine4", "sine10", "seeks"}));
+    play->add_option("--warmup", warmupS, "seconds before measuring")->check(CLI::NonNegativeNumber);
+    play->add_option("--window", windowS, "seconds measured")->check(CLI::PositiveNumber);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e);
+        return code == 0 ? 0 : 2;
+    }
+    if (*floor) return cmdFloor(files[0]);
+    if (*latency) return cmdLatency(files[0], reps, seeks);
+    if (*play) return cmdPlay(pattern, warmupS, windowS, files);
+    if (*rss) return cmdRss(files[0]);
+    return cmdReversal(files[0]);
 }

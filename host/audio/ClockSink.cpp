@@ -22,6 +22,7 @@
 #include <utils/HostMutex.h>
 
 #include <log/log.h>
+#include <sndfile.h>
 
 #include "HostSink.h"
 
@@ -29,100 +30,62 @@ namespace android {
 
 namespace {
 
-void putLe16(uint8_t* p, uint16_t v) {
-    p[0] = v & 0xff;
-    p[1] = v >> 8;
-}
-
-void putLe32(uint8_t* p, uint32_t v) {
-    for (int i = 0; i < 4; ++i) p[i] = (v >> (8 * i)) & 0xff;
-}
-
-// A canonical 44-byte RIFF/WAVE file whose sizes are rewritten on every
+// A WAV file (libsndfile) whose header is brought up to date on every
 // finish(), so the file is valid whenever the track is not writing.
 class WavWriter {
 public:
     ~WavWriter() { close(); }
 
     bool open(const std::string& path, const HostSinkFormat& format) {
-        mFile = fopen(path.c_str(), "wb");
+        SF_INFO info = {};
+        info.samplerate = (int)format.sampleRate;
+        info.channels = (int)format.channelCount;
+        switch (format.format) {
+            case AUDIO_FORMAT_PCM_8_BIT: info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_U8; break;
+            case AUDIO_FORMAT_PCM_32_BIT: info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_32; break;
+            case AUDIO_FORMAT_PCM_FLOAT: info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT; break;
+            default: info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16; break;
+        }
+        mFile = sf_open(path.c_str(), SFM_WRITE, &info);
         if (mFile == nullptr) {
-            ALOGE("cannot create WAV file '%s': %s", path.c_str(), strerror(errno));
+            ALOGE("cannot create WAV file '%s': %s", path.c_str(), sf_strerror(nullptr));
             return false;
         }
+        // The bytes the callback delivered, nothing else: no peak chunk.
+        sf_command(mFile, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
         mPath = path;
-        mChannels = format.channelCount;
-        mSampleRate = format.sampleRate;
-        mFloat = format.format == AUDIO_FORMAT_PCM_FLOAT;
-        mBitsPerSample = 8 * audio_bytes_per_sample(format.format);
-        if (!writeHeader()) {
-            close();
-            return false;
-        }
-        fflush(mFile);
+        finish();
         return true;
     }
 
     void append(const void* data, size_t bytes) {
         if (mFile == nullptr || bytes == 0) return;
-        size_t done = fwrite(data, 1, bytes, mFile);
-        mDataBytes += done;
-        if (done != bytes && !mWriteFailed) {
+        // Raw writes: the samples go in exactly as delivered.
+        sf_count_t done = sf_write_raw(mFile, data, (sf_count_t)bytes);
+        if (done != (sf_count_t)bytes && !mWriteFailed) {
             mWriteFailed = true;
-            ALOGE("writing WAV file '%s' failed: %s", mPath.c_str(), strerror(errno));
+            ALOGE("writing WAV file '%s' failed: %s", mPath.c_str(), sf_strerror(mFile));
         }
     }
 
     // Brings the header up to date and pushes everything to the file.
     void finish() {
         if (mFile == nullptr) return;
-        long end = ftell(mFile);
-        if (writeHeader()) fseek(mFile, end, SEEK_SET);
-        fflush(mFile);
+        sf_command(mFile, SFC_UPDATE_HEADER_NOW, nullptr, 0);
+        sf_write_sync(mFile);
     }
 
     void close() {
         if (mFile == nullptr) return;
-        finish();
-        if (fclose(mFile) != 0) {
-            ALOGE("closing WAV file '%s' failed: %s", mPath.c_str(), strerror(errno));
+        if (sf_close(mFile) != 0) {
+            ALOGE("closing WAV file '%s' failed", mPath.c_str());
         }
         mFile = nullptr;
     }
 
 private:
-    bool writeHeader() {
-        const uint64_t maxData = 0xFFFFFFFFull - 36;
-        uint32_t dataBytes = (uint32_t)(mDataBytes > maxData ? maxData : mDataBytes);
-        uint32_t blockAlign = mChannels * mBitsPerSample / 8;
-        uint8_t h[44];
-        memcpy(h, "RIFF", 4);
-        putLe32(h + 4, 36 + dataBytes);
-        memcpy(h + 8, "WAVEfmt ", 8);
-        putLe32(h + 16, 16);
-        putLe16(h + 20, mFloat ? 3 : 1);  // WAVE_FORMAT_IEEE_FLOAT : WAVE_FORMAT_PCM
-        putLe16(h + 22, mChannels);
-        putLe32(h + 24, mSampleRate);
-        putLe32(h + 28, mSampleRate * blockAlign);
-        putLe16(h + 32, blockAlign);
-        putLe16(h + 34, mBitsPerSample);
-        memcpy(h + 36, "data", 4);
-        putLe32(h + 40, dataBytes);
-        if (fseek(mFile, 0, SEEK_SET) != 0 || fwrite(h, 1, sizeof(h), mFile) != sizeof(h)) {
-            ALOGE("writing the header of WAV file '%s' failed: %s", mPath.c_str(),
-                  strerror(errno));
-            return false;
-        }
-        return true;
-    }
-
-    FILE* mFile = nullptr;
+    SNDFILE* mFile = nullptr;
     std::string mPath;
-    uint32_t mChannels = 0;
-    uint32_t mSampleRate = 0;
-    uint32_t mBitsPerSample = 0;
-    bool mFloat = false;
-    uint64_t mDataBytes = 0;
     bool mWriteFailed = false;
 };
 

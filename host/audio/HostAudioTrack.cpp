@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <string.h>
 
+#include <chrono>
 #include <optional>
 
 #include <cutils/properties.h>
@@ -41,6 +42,8 @@ size_t defaultPeriodFrames(audio_output_flags_t flags, uint32_t sampleRate) {
 }
 
 namespace {
+
+constexpr std::chrono::milliseconds kStalledCallback(50);
 
 HostMutex gOptionsLock;
 std::optional<HostAudioOptions> gOptions GUARDED_BY(gOptionsLock);
@@ -286,7 +289,11 @@ void HostAudioTrack::threadLoop() {
         buffer.frameCount = mPeriodFrames;
         buffer.size = requestedBytes;
         buffer.raw = mBuffer.data();
+        const auto callbackStart = std::chrono::steady_clock::now();
         mParams.cbf(AudioTrack::EVENT_MORE_DATA, mParams.user, &buffer);
+        // The engine's reader waits for data in 50 ms steps: a callback that
+        // long waited at least once.
+        const bool stalled = std::chrono::steady_clock::now() - callbackStart >= kStalledCallback;
         size_t bytes = buffer.size;
         if (bytes > requestedBytes) {
             if (!oversizeLogged) {
@@ -299,6 +306,7 @@ void HostAudioTrack::threadLoop() {
         size_t writtenFrames = bytes / mFrameSizeBytes;
         int64_t silenceFrames = mSink->write(mBuffer.data(), writtenFrames, mPeriodFrames);
         mCallbacks.fetch_add(1);
+        if (stalled) mStalledCallbacks.fetch_add(1);
         mDeliveredFrames.fetch_add((int64_t)writtenFrames);
         mUnderrunFrames.fetch_add(silenceFrames);
         int64_t streamFrames = mStreamFrames.fetch_add((int64_t)writtenFrames + silenceFrames) +
@@ -306,6 +314,7 @@ void HostAudioTrack::threadLoop() {
         {
             HostLock totals(gTotalsLock);
             gTotals.callbacks += 1;
+            gTotals.stalledCallbacks += stalled ? 1 : 0;
             gTotals.deliveredFrames += (int64_t)writtenFrames;
             gTotals.underrunFrames += silenceFrames;
         }
@@ -441,6 +450,7 @@ HostAudioStats HostAudioTrack::stats() const {
     s.deliveredFrames = mDeliveredFrames.load();
     s.underrunFrames = mUnderrunFrames.load();
     s.callbacks = mCallbacks.load();
+    s.stalledCallbacks = mStalledCallbacks.load();
     s.sink = mSinkName;
     s.outputSampleRate = mSink ? mSink->outputSampleRate() : 0;
     return s;

@@ -111,6 +111,7 @@ private:
     std::atomic<int64_t> mDeliveredFrames{0};
     std::atomic<int64_t> mUnderrunFrames{0};
     std::atomic<int64_t> mCallbacks{0};
+    std::atomic<int64_t> mStalledCallbacks{0};
     std::atomic<int64_t> mStreamFrames{0};
     std::atomic<int64_t> mPositionBaseFrames{0};  // delivered frames at the last reset
 };

@@ -6,6 +6,12 @@
 #include <time.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include <HostLooperStats.h>
 
 #include <media/stagefright/foundation/ADebug.h>
 #include <media/stagefright/foundation/AHandler.h>
@@ -16,6 +22,49 @@
 #include "ALooperRoster.h"
 
 namespace android {
+
+namespace {
+
+// Messages not yet handled, per looper name, for tools that must know when a
+// looper has gone quiet (HostLooperStats.h).  Kept outside ALooper so that
+// its header stays the platform's.
+struct PendingMessages {
+    std::mutex lock;  // guards byName
+    std::condition_variable idle;
+    std::map<std::string, int64_t> byName;
+
+    void add(const std::string &name, int64_t n) {
+        if (n == 0) return;
+        std::lock_guard<std::mutex> l(lock);
+        int64_t &count = byName[name];
+        count += n;
+        if (count <= 0) {
+            byName.erase(name);
+            idle.notify_all();
+        }
+    }
+};
+
+PendingMessages &pendingMessages() {
+    static PendingMessages *p = new PendingMessages;  // outlives static destructors
+    return *p;
+}
+
+}  // namespace
+
+int64_t hostLooperPendingMessages(const char *name) {
+    PendingMessages &p = pendingMessages();
+    std::lock_guard<std::mutex> l(p.lock);
+    auto it = p.byName.find(name);
+    return it == p.byName.end() ? 0 : it->second;
+}
+
+bool hostLooperWaitIdle(const char *name, std::chrono::steady_clock::time_point deadline) {
+    PendingMessages &p = pendingMessages();
+    std::unique_lock<std::mutex> l(p.lock);
+    const std::string key(name);
+    return p.idle.wait_until(l, deadline, [&] { return p.byName.count(key) == 0; });
+}
 
 struct ALooper::LooperThread : public Thread {
     LooperThread(ALooper *looper, bool canCallJava, const AString &name, int32_t priority)
@@ -82,6 +131,9 @@ ALooper::~ALooper() {
 
 void ALooper::setName(const char *name) {
     Mutex::Autolock autoLock(mLock);
+    // Queued messages follow the looper to its new name.
+    pendingMessages().add(mName.c_str(), -(int64_t)mEventQueue.size());
+    pendingMessages().add(name, (int64_t)mEventQueue.size());
     mName = name;
 }
 
@@ -148,6 +200,7 @@ status_t ALooper::stop() {
         mRunningLocally = false;
         dropped = mEventQueue;
         mEventQueue.clear();
+        pendingMessages().add(mName.c_str(), -(int64_t)dropped.size());
     }
 
     if (thread == NULL && !runningLocally) {
@@ -202,10 +255,12 @@ void ALooper::post(const sp<AMessage> &msg, int64_t delayUs) {
     }
 
     mEventQueue.insert(it, event);
+    pendingMessages().add(mName.c_str(), 1);
 }
 
 bool ALooper::loop() {
     Event event;
+    std::string name;
 
     {
         Mutex::Autolock autoLock(mLock);
@@ -231,9 +286,13 @@ bool ALooper::loop() {
 
         event = *mEventQueue.begin();
         mEventQueue.erase(mEventQueue.begin());
+        name = mName.c_str();
     }
 
     event.mMessage->deliver();
+    // Counted until handled, so that a handler that posts its follow-up never
+    // lets the count pass through 0.
+    pendingMessages().add(name, -1);
 
     // NOTE: It's important to note that at this point our "ALooper" object
     // may no longer exist (its final reference may have gone away while

@@ -1,5 +1,9 @@
 #include "FFmpegCodecs.h"
 
+#include <atomic>
+
+#include <HostMediaStats.h>
+
 #include <string.h>
 #include <strings.h>
 
@@ -155,5 +159,18 @@ std::vector<AVCodecID> codecsForComponent(const char *name) {
     return {};
 }
 
+namespace {
+std::atomic<int64_t> gDecodedFrames(0);
+}  // namespace
+
+void countDecodedFrames(int64_t frames) {
+    gDecodedFrames.fetch_add(frames, std::memory_order_relaxed);
+}
+
 }  // namespace ffmpeg
+
+int64_t hostMediaDecodedFrames() {
+    return ffmpeg::gDecodedFrames.load(std::memory_order_relaxed);
+}
+
 }  // namespace android

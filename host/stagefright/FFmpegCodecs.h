@@ -32,6 +32,9 @@ std::vector<AVCodecID> codecsForMime(const char *mime);
 // The codecs a vendor component name stands for; empty for unknown names.
 std::vector<AVCodecID> codecsForComponent(const char *name);
 
+// Adds to the count behind hostMediaDecodedFrames().
+void countDecodedFrames(int64_t frames);
+
 }  // namespace ffmpeg
 }  // namespace android
 

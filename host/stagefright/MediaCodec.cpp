@@ -878,6 +878,7 @@ bool MediaCodec::emitPendingOutput() {
         const int64_t timeUs = d->mPendingTimeUs;
         d->mPendingOffset += n;
         const int64_t frames = n / frameBytes;
+        ffmpeg::countDecodedFrames(frames);
         d->mPendingTimeUs += d->mSampleRate > 0 ? frames * 1000000 / d->mSampleRate : 0;
         d->mNextTimeUs = d->mPendingTimeUs;
         if (d->mPendingOffset >= d->mPending.size()) {

@@ -69,6 +69,7 @@ struct NuMediaExtractor::Demuxer {
         int64_t mFirstTs = AV_NOPTS_VALUE;  // stream units; maps to time 0
         int64_t mNextTs = AV_NOPTS_VALUE;   // guess for packets without stamps
         RawConversion mConversion = kRawNone;
+        int mRawFrameBytes = 0;  // raw tracks: bytes of one delivered frame
         bool mSelected = false;
         bool mEos = false;
         std::deque<AVPacket *> mQueue;  // demuxed, not yet consumed samples
@@ -556,6 +557,7 @@ status_t NuMediaExtractor::openDemuxer_l(const sp<DataSource> &source) {
                 // The platform's AudioFormat encodings of what we deliver.
                 format->setInt32("pcm-encoding",
                                  bits == 8 ? 3 : bits == 24 ? 21 : bits == 32 ? 22 : 2);
+                t.mRawFrameBytes = (bits > 0 ? bits : 16) / 8 * std::max(par->ch_layout.nb_channels, 1);
             } else if (par->bits_per_raw_sample > 0) {
                 bits = par->bits_per_raw_sample;
             } else if (par->codec_id == AV_CODEC_ID_APE || par->codec_id == AV_CODEC_ID_ALAC) {
@@ -880,6 +882,9 @@ status_t NuMediaExtractor::readSampleData(const sp<ABuffer> &buffer) {
     }
     mDemuxer->convert(t, p, buffer->base());
     buffer->setRange(0, size);
+    if (t.mRawFrameBytes > 0) {
+        ffmpeg::countDecodedFrames((int64_t)size / t.mRawFrameBytes);
+    }
     return OK;
 }
 

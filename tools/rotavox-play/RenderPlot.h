@@ -2,13 +2,18 @@
 
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "Renderer.h"
 
 namespace rotavox {
 
-// Draws the play position over output time (with the applied operations
-// marked) and, when |wavPath| names the rendered WAV, its waveform.
-bool writeRenderPlot(const RenderResult& result, const std::string& wavPath,
-                     const std::string& pngPath, std::string* error);
+// The run as the plotting script reads it (see rotavox-plot).
+nlohmann::json plotData(const RenderResult& result, const std::string& title,
+                        const std::string& wavPath);
+
+// Draws position, speed and (with a WAV) the waveform over output time into
+// pngPath with the rotavox-plot script installed beside the tool.
+bool writeRenderPlot(const nlohmann::json& data, const std::string& pngPath, std::string* error);
 
 }  // namespace rotavox

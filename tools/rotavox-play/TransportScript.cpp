@@ -32,7 +32,6 @@ bool parseInteger(const std::string& s, int64_t min, int64_t max, int64_t* out) 
 
 std::string TransportOp::describe() const {
     std::ostringstream o;
-    o << timeS << "s ";
     switch (kind) {
         case kForward: o << "forward " << arg; break;
         case kRewind: o << "rewind " << arg; break;

@@ -16,6 +16,7 @@ struct TransportOp {
     Kind kind = kForward;
     int64_t arg = 0;  // permille for the speeds, milliseconds for seek
 
+    // The operation as a script writes it, without its time: "seek 500 ms".
     std::string describe() const;
 };
 

@@ -7,15 +7,9 @@
 
 #include <string>
 
-#include "SoakRunner.h"
+#include <CLI/CLI.hpp>
 
-static void usage() {
-    fprintf(stderr,
-            "usage: rotavox-soak [--seconds S] [--players N] [--threads N] [--seed N]\n"
-            "                    [--stuck-seconds S] [--fixtures DIR]\n"
-            "Defaults: $ROTAVOX_SOAK_SECONDS or 60 s, 3 players, 4 threads, a seed from the\n"
-            "clock (printed), a call stuck after 30 s, $ROTAVOX_FIXTURES.\n");
-}
+#include "SoakRunner.h"
 
 int main(int argc, char** argv) {
     android::SoakOptions options;
@@ -24,28 +18,24 @@ int main(int argc, char** argv) {
     const char* seedEnv = getenv("ROTAVOX_SOAK_SEED");
     if (seedEnv != NULL && seedEnv[0] != '\0') options.seed = strtoull(seedEnv, NULL, 10);
     if (const char* f = getenv("ROTAVOX_FIXTURES")) options.fixturesDir = f;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const char* value = i + 1 < argc ? argv[i + 1] : NULL;
-        if (value == NULL) {
-            usage();
-            return 2;
-        }
-        if (arg == "--seconds") options.seconds = atof(value);
-        else if (arg == "--players") options.players = atoi(value);
-        else if (arg == "--threads") options.threads = atoi(value);
-        else if (arg == "--seed") options.seed = strtoull(value, NULL, 10);
-        else if (arg == "--stuck-seconds") options.stuckSeconds = atof(value);
-        else if (arg == "--fixtures") options.fixturesDir = value;
-        else {
-            usage();
-            return 2;
-        }
-        ++i;
+
+    CLI::App app("The engine under random load for a while; see tools/README.md.", "rotavox-soak");
+    app.add_option("--seconds", options.seconds, "how long ($ROTAVOX_SOAK_SECONDS, else 60)")
+            ->check(CLI::PositiveNumber);
+    app.add_option("--players", options.players, "players in the process")->check(CLI::Range(1, 64));
+    app.add_option("--threads", options.threads, "threads calling them")->check(CLI::Range(1, 64));
+    app.add_option("--seed", options.seed, "the calls' seed ($ROTAVOX_SOAK_SEED, else the clock)");
+    app.add_option("--stuck-seconds", options.stuckSeconds, "a call is stuck after this long")
+            ->check(CLI::PositiveNumber);
+    app.add_option("--fixtures", options.fixturesDir, "the fixtures ($ROTAVOX_FIXTURES)");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e);
+        return code == 0 ? 0 : 2;
     }
-    if (options.fixturesDir.empty() || options.seconds <= 0 || options.players < 1 ||
-            options.threads < 1) {
-        usage();
+    if (options.fixturesDir.empty()) {
+        fprintf(stderr, "rotavox-soak: no fixtures: give --fixtures DIR or set ROTAVOX_FIXTURES\n");
         return 2;
     }
     return android::SoakRunner(options).run();

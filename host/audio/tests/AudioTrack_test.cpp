@@ -13,7 +13,9 @@
 
 #include "LogCapture.h"
 #include "TestSupport.h"
-#include "WavFile.h"
+#include "WavReader.h"
+
+#include <sndfile.h>
 
 namespace android {
 namespace {
@@ -127,7 +129,7 @@ TEST(AudioTrackInit, UnwritableWavPathGivesNoInitAndALogLine) {
 
 // Runs a freewheeling WAV track until the callback has delivered |frames|,
 // then releases it; returns what the file holds.
-testing::WavFile renderWav(RampSource& source, uint32_t rate, audio_format_t format,
+testing::Wav renderWav(RampSource& source, uint32_t rate, audio_format_t format,
                            audio_channel_mask_t mask, int64_t frames, const std::string& path,
                            HostAudioStats* stats = nullptr) {
     HostAudioOptions options;
@@ -166,31 +168,27 @@ TEST(AudioTrackWav, EveryFormatsRampArrivesIntactWithAValidHeader) {
         audio_channel_mask_t mask;
         uint32_t channels;
         uint32_t rate;
-        uint16_t tag;
+        int sampleFormat;
         const char* codec;
     } cases[] = {
-        {AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, 2, 44100, 1, "pcm_s16le"},
-        {AUDIO_FORMAT_PCM_FLOAT, AUDIO_CHANNEL_OUT_MONO, 1, 22050, 3, "pcm_f32le"},
-        {AUDIO_FORMAT_PCM_8_BIT, AUDIO_CHANNEL_OUT_STEREO, 2, 8000, 1, "pcm_u8"},
-        {AUDIO_FORMAT_PCM_32_BIT, AUDIO_CHANNEL_OUT_5POINT1, 6, 48000, 1, "pcm_s32le"},
+        {AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, 2, 44100, SF_FORMAT_PCM_16, "pcm_s16le"},
+        {AUDIO_FORMAT_PCM_FLOAT, AUDIO_CHANNEL_OUT_MONO, 1, 22050, SF_FORMAT_FLOAT, "pcm_f32le"},
+        {AUDIO_FORMAT_PCM_8_BIT, AUDIO_CHANNEL_OUT_STEREO, 2, 8000, SF_FORMAT_PCM_U8, "pcm_u8"},
+        {AUDIO_FORMAT_PCM_32_BIT, AUDIO_CHANNEL_OUT_5POINT1, 6, 48000, SF_FORMAT_PCM_32, "pcm_s32le"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.codec);
         const int64_t frames = 3 * (int64_t)c.rate + 17;  // three seconds and a partial period
         std::string path = testing::tempPath(std::string("ramp-") + c.codec + ".wav");
         RampSource source(c.format, c.channels);
-        testing::WavFile wav = renderWav(source, c.rate, c.format, c.mask, frames, path);
+        testing::Wav wav = renderWav(source, c.rate, c.format, c.mask, frames, path);
         ASSERT_TRUE(wav.ok) << wav.error;
         size_t sampleBytes = audio_bytes_per_sample(c.format);
-        EXPECT_EQ(c.tag, wav.formatTag);
-        EXPECT_EQ(c.channels, wav.channels);
-        EXPECT_EQ(c.rate, wav.sampleRate);
-        EXPECT_EQ(8 * sampleBytes, wav.bitsPerSample);
-        EXPECT_EQ(c.channels * sampleBytes, wav.blockAlign);
-        EXPECT_EQ(c.rate * c.channels * sampleBytes, wav.byteRate);
-        EXPECT_EQ(wav.fileSize - 8, wav.riffSize);
-        ASSERT_EQ((size_t)frames * c.channels * sampleBytes, wav.data.size());
-        EXPECT_TRUE(wav.data == source.expected(frames)) << "the ramp was altered";
+        EXPECT_EQ(c.sampleFormat, wav.sampleFormat);
+        EXPECT_EQ((int)c.channels, wav.channels);
+        EXPECT_EQ((int)c.rate, wav.sampleRate);
+        ASSERT_EQ((size_t)frames * c.channels * sampleBytes, wav.bytes.size());
+        EXPECT_TRUE(wav.bytes == source.expected(frames)) << "the ramp was altered";
 
         std::string probe = testing::ffprobe(path);
         EXPECT_NE(std::string::npos, probe.find(std::string("codec_name=") + c.codec)) << probe;
@@ -211,11 +209,11 @@ TEST(AudioTrackWav, ShortCallbacksLeaveNoGapInTheFileAndCountTheMissingFrames) {
     };
     const int64_t frames = 44100;
     HostAudioStats stats;
-    testing::WavFile wav = renderWav(source, 44100, AUDIO_FORMAT_PCM_16_BIT,
+    testing::Wav wav = renderWav(source, 44100, AUDIO_FORMAT_PCM_16_BIT,
                                      AUDIO_CHANNEL_OUT_STEREO, frames, path, &stats);
     ASSERT_TRUE(wav.ok) << wav.error;
-    ASSERT_EQ((size_t)frames * 4, wav.data.size());
-    EXPECT_TRUE(wav.data == source.expected(frames));
+    ASSERT_EQ((size_t)frames * 4, wav.bytes.size());
+    EXPECT_TRUE(wav.bytes == source.expected(frames));
     EXPECT_EQ(frames, stats.deliveredFrames);
     EXPECT_EQ(source.calls.load(), stats.callbacks);
     // Freewheeling is never late: every underrun frame is one the callback left out.
@@ -404,9 +402,9 @@ TEST(AudioTrackTransport, PausedFromItsOwnHookTheStreamResumesWithoutLossOrRepea
     EXPECT_TRUE(track->stopped());
     EXPECT_EQ(4800, hostAudioGetStats(track).deliveredFrames);
     // The paused file already has a valid header.
-    testing::WavFile partial = testing::readWav(path);
+    testing::Wav partial = testing::readWav(path);
     ASSERT_TRUE(partial.ok) << partial.error;
-    EXPECT_EQ(4800u * 4, partial.data.size());
+    EXPECT_EQ(4800u * 4, partial.bytes.size());
     ASSERT_EQ(OK, track->start());
     ASSERT_TRUE(done.wait());
     track->stop();
@@ -414,10 +412,10 @@ TEST(AudioTrackTransport, PausedFromItsOwnHookTheStreamResumesWithoutLossOrRepea
     ASSERT_EQ(OK, track->getPosition(&position));
     EXPECT_EQ(0u, position) << "stopped";
     track.clear();
-    testing::WavFile wav = testing::readWav(path);
+    testing::Wav wav = testing::readWav(path);
     ASSERT_TRUE(wav.ok) << wav.error;
-    ASSERT_EQ((size_t)frames * 4, wav.data.size());
-    EXPECT_TRUE(wav.data == source.expected(frames));
+    ASSERT_EQ((size_t)frames * 4, wav.bytes.size());
+    EXPECT_TRUE(wav.bytes == source.expected(frames));
     unlink(path.c_str());
 }
 
@@ -535,10 +533,10 @@ TEST(AudioTrackSinkProperty, ChoosesTheSinkAndFallsBackFromABadValue) {
         ASSERT_EQ(OK, track->initCheck());
         EXPECT_EQ("wav", hostAudioGetStats(track).sink);
         EXPECT_EQ("wav", hostAudioGetTotals().sink);
-        testing::WavFile wav = testing::readWav(path);
+        testing::Wav wav = testing::readWav(path);
         ASSERT_TRUE(wav.ok) << wav.error;
-        EXPECT_EQ(16000u, wav.sampleRate);
-        EXPECT_EQ(0u, wav.data.size());
+        EXPECT_EQ(16000, wav.sampleRate);
+        EXPECT_EQ(0u, wav.bytes.size());
     }
     unlink(path.c_str());
 

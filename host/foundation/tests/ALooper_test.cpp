@@ -13,11 +13,15 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include <HostLooperStats.h>
 
 #include "LogCapture.h"
 #include "TestTime.h"
@@ -250,10 +254,72 @@ TEST_F(LooperTest, StopJoinsAndDropsQueuedMessages) {
         ASSERT_EQ(OK, msg->post(60 * 1000000LL));
     }
     EXPECT_FALSE(gone);
+    EXPECT_EQ(1, hostLooperPendingMessages("fnd-test"));
     ASSERT_EQ(OK, mLooper->stop());
     // The queue let go of the message, and with it of what it carried.
     EXPECT_TRUE(gone);
     EXPECT_EQ(0u, mHandler->count());
+    EXPECT_EQ(0, hostLooperPendingMessages("fnd-test"));
+}
+
+// Holds each 'hold' message until released; a 'chain' message posts its
+// follow-up from inside the handler, as a decode loop does.
+struct ChainHandler : public AHandler {
+    std::mutex lock;
+    std::condition_variable cond;
+    bool holding = false, released = false;
+    std::atomic<int> zeroSeenInChain{0};
+
+protected:
+    void onMessageReceived(const sp<AMessage> &msg) override {
+        if (msg->what() == 'hold') {
+            std::unique_lock<std::mutex> l(lock);
+            holding = true;
+            cond.notify_all();
+            cond.wait(l, [&] { return released; });
+            return;
+        }
+        int32_t left = 0;
+        msg->findInt32("left", &left);
+        if (hostLooperPendingMessages("fnd-chain") == 0) zeroSeenInChain++;
+        if (left > 0) {
+            sp<AMessage> next = new AMessage('chan', this);
+            next->setInt32("left", left - 1);
+            next->post();
+        }
+    }
+};
+
+TEST(LooperStatsTest, PendingMessagesCountQueuedAndInDeliveryUntilHandled) {
+    sp<ALooper> looper = new ALooper;
+    looper->setName("fnd-chain");
+    sp<ChainHandler> handler = new ChainHandler;
+    looper->registerHandler(handler);
+    ASSERT_EQ(OK, looper->start());
+    const auto deadline = [] { return std::chrono::steady_clock::now() + std::chrono::seconds(10); };
+
+    (new AMessage('hold', handler))->post();
+    {
+        std::unique_lock<std::mutex> l(handler->lock);
+        ASSERT_TRUE(handler->cond.wait_until(l, deadline(), [&] { return handler->holding; }));
+    }
+    // In delivery, then one more queued behind it.
+    EXPECT_EQ(1, hostLooperPendingMessages("fnd-chain"));
+    sp<AMessage> chain = new AMessage('chan', handler);
+    chain->setInt32("left", 50);
+    chain->post();
+    EXPECT_EQ(2, hostLooperPendingMessages("fnd-chain"));
+    EXPECT_FALSE(hostLooperWaitIdle("fnd-chain", std::chrono::steady_clock::now()));
+    {
+        std::lock_guard<std::mutex> l(handler->lock);
+        handler->released = true;
+        handler->cond.notify_all();
+    }
+    ASSERT_TRUE(hostLooperWaitIdle("fnd-chain", deadline()));
+    // Each link of the chain was still counted while it ran.
+    EXPECT_EQ(0, handler->zeroSeenInChain.load());
+    looper->unregisterHandler(handler->id());
+    looper->stop();
 }
 
 TEST_F(LooperTest, RunsOnTheCallingThreadUntilStoppedFromAHandler) {

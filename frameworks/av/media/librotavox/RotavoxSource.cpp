@@ -20,31 +20,6 @@ namespace android {
 
 static const char* kCacheParamsProperty = "media.rotavox.cache-params";
 
-static std::atomic<int64_t> sDataWaits(0);
-static std::atomic<int64_t> sDecodedFrames(0);
-static std::atomic<int64_t> sPendingCacheWork(0);
-
-// static
-int64_t RotavoxSource::totalDataWaits() {
-    return sDataWaits.load(std::memory_order_relaxed);
-}
-
-// static
-int64_t RotavoxSource::totalDecodedFrames() {
-    return sDecodedFrames.load(std::memory_order_relaxed);
-}
-
-// static
-int64_t RotavoxSource::pendingCacheWork() {
-    return sPendingCacheWork.load(std::memory_order_acquire);
-}
-
-void RotavoxSource::setDecoding(bool decoding) {
-    if (mDecoding.exchange(decoding, std::memory_order_acq_rel) != decoding) {
-        sPendingCacheWork.fetch_add(decoding ? 1 : -1, std::memory_order_acq_rel);
-    }
-}
-
 static int systemTimeOfDay(struct timeval* tv, void* tz) {
     return gettimeofday(tv, (struct timezone*)tz);
 }
@@ -549,7 +524,6 @@ RotavoxSource::RotavoxSource(const sp<MediaSource>& source, const char* cachePar
       mLastBackfillRequestTime(-1),
       mLastBackfillRequestPosUs(-1),
       mGetTimeOfDay(&systemTimeOfDay),
-      mPendingPositions(0),
       mCachePrerollUs(kDefaultCachePrerollUs),
       mCacheHighWaterUs(kDefaultCacheHighWaterUs),
       mCacheLowWaterUs(kDefaultCacheLowWaterUs),
@@ -589,9 +563,6 @@ RotavoxSource::~RotavoxSource() {
     // No decode request may run while the members go away.
     mLooper->stop();
     mLooper->unregisterHandler(mReflector->id());
-    // Work cut off by the stop no longer counts.
-    setDecoding(false);
-    sPendingCacheWork.fetch_sub(mPendingPositions.exchange(0), std::memory_order_acq_rel);
     mSource.clear();
     delete mCache;
     mCache = NULL;
@@ -670,17 +641,8 @@ status_t RotavoxSource::read(MediaBufferBase** buffer, const ReadOptions* /* opt
 status_t RotavoxSource::setPosition(int64_t positionUs) {
     sp<AMessage> msg = new AMessage(kWhatPosition, mReflector);
     msg->setInt64("position", positionUs);
-    mPendingPositions.fetch_add(1, std::memory_order_acq_rel);
-    sPendingCacheWork.fetch_add(1, std::memory_order_acq_rel);
-    if (msg->post() != OK) {
-        positionDone();
-    }
+    msg->post();
     return OK;
-}
-
-void RotavoxSource::positionDone() {
-    mPendingPositions.fetch_sub(1, std::memory_order_acq_rel);
-    sPendingCacheWork.fetch_sub(1, std::memory_order_acq_rel);
 }
 
 status_t RotavoxSource::forward(int /* unused */) {
@@ -721,7 +683,7 @@ void RotavoxSource::restartCache_l(int64_t positionUs) {
     mCacheStartTimeUs = mCache->getCacheStartTimeUs();
     mCacheEndTimeUs = mCache->getCacheEndTimeUs();
     mSeekTimeUs = mCachePrerollUs < positionUs ? positionUs - mCachePrerollUs : 0;
-    setDecoding(true);
+    mDecoding.store(true, kRelaxed);
     postDecode_l();
 }
 
@@ -744,7 +706,7 @@ status_t RotavoxSource::updateCacheIfNecessary_l(int64_t positionUs) {
 
     if (!decoding && endUs - mCacheLowWaterUs <= positionUs) {
         // Resume where the decoder stopped; the cache grows at its end.
-        setDecoding(true);
+        mDecoding.store(true, kRelaxed);
         mDecodeGeneration.fetch_add(1, kRelaxed);
         postDecode_l();
         return OK;
@@ -772,7 +734,7 @@ status_t RotavoxSource::updateCacheIfNecessary_l(int64_t positionUs) {
     mLastBackfillRequestTime = now;
     mLastBackfillRequestPosUs = positionUs;
     mDecodeGeneration.fetch_add(1, kRelaxed);
-    setDecoding(true);
+    mDecoding.store(true, kRelaxed);
     mSeekTimeUs = startUs > mCachePrerollUs ? startUs - mCachePrerollUs : 0;
     postDecode_l();
     return OK;
@@ -792,15 +754,12 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                     updateCacheIfNecessary_l(mCache->mReadPosUs);
                 }
             }
-            // After the decode request it may have made, so that the count of
-            // pending work never passes through 0 in between.
-            positionDone();
             break;
         }
 
         case kWhatDecode: {
             if (mFinalStatus.load(kRelaxed) != OK) {
-                setDecoding(false);
+                mDecoding.store(false, kRelaxed);
             }
             if (!mDecoding.load(kRelaxed)) {
                 break;
@@ -822,7 +781,7 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                 Mutex::Autolock sourceLock(mSourceLock);
                 mInputBuffer = NULL;
                 if (!mSourceStarted) {
-                    setDecoding(false);
+                    mDecoding.store(false, kRelaxed);
                     break;
                 }
                 // Without mLock, so that decoding and playback never wait on
@@ -842,10 +801,10 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                     postDecode_l();
                 } else if (result == ERROR_END_OF_STREAM) {
                     // The cache drains; playback ends at its tail.
-                    setDecoding(false);
+                    mDecoding.store(false, kRelaxed);
                 } else if (result != OK) {
                     // Final; read() reports it once the cache has run dry.
-                    setDecoding(false);
+                    mDecoding.store(false, kRelaxed);
                     mFinalStatus.store(UNKNOWN_ERROR, kRelaxed);
                 } else if (mSeekTimeUs >= 0 && mSeekTimeUs != seekUs) {
                     // A new seek came in during the read; its own request
@@ -855,11 +814,6 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                 } else {
                     if (mInputBuffer->range_length() >= 1) {
                         int64_t timeUs = -1;
-                        const size_t frameBytes = (size_t)mChannelCount * mCache->mSampleSize;
-                        if (frameBytes > 0) {
-                            sDecodedFrames.fetch_add(mInputBuffer->range_length() / frameBytes,
-                                                     kRelaxed);
-                        }
                         mCache->append(mInputBuffer, timeUs);
                         mCacheStartTimeUs = mCache->getCacheStartTimeUs();
                         mCacheEndTimeUs = mCache->getCacheEndTimeUs();
@@ -867,7 +821,7 @@ void RotavoxSource::onMessageReceived(const sp<AMessage>& msg) {
                         if (mDecoding.load(kRelaxed) &&
                                 timeUs - mLastAccessPosUs.load(kRelaxed) > mCacheHighWaterUs) {
                             ALOGI("Cache full, done decoding for now");
-                            setDecoding(false);
+                            mDecoding.store(false, kRelaxed);
                             if (mCache->isReadBufferInvalid()) {
                                 ALOGE("done decoding, but read buffer is invalid");
                                 mFinalStatus.store(UNKNOWN_ERROR, kRelaxed);
@@ -965,7 +919,6 @@ status_t RotavoxSource::getNextBuffer(AudioBufferProvider::Buffer* out) {
             out->frameCount = 0;
             return finalStatus;
         }
-        sDataWaits.fetch_add(1, kRelaxed);
         mCondition.waitRelative(mLock, kDataWaitNs);
         mCache->read(&mOutputBuffer, mForward.load(kRelaxed));
     }

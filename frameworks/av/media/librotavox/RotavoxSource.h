@@ -153,16 +153,6 @@ public:
     void onMessageReceived(const sp<AMessage>& msg) EXCLUDES(mLock, mSourceLock);
     status_t updateCacheIfNecessary_l(int64_t positionUs) REQUIRES(mLock);
 
-    // Process-wide figures for tools and benchmarks: how often a reader
-    // waited 50 ms for data, and how many frames were decoded into caches.
-    static int64_t totalDataWaits();
-    static int64_t totalDecodedFrames();
-    // Cache work under way in the process: decode chains running plus
-    // position changes posted and not yet carried out.  An offline renderer
-    // waits for 0 before it takes more output, so that its reader never runs
-    // into the tail of a cache that is still being filled.
-    static int64_t pendingCacheWork();
-
     // Read-only views for tests and diagnostics.
     int64_t getCacheLowWaterUs() const { return mCacheLowWaterUs; }
     int64_t getCacheHighWaterUs() const { return mCacheHighWaterUs; }
@@ -201,10 +191,6 @@ private:
     void resample(MediaBufferBase* buffer) REQUIRES(mLock);
     void restartCache_l(int64_t positionUs) REQUIRES(mLock);
     void postDecode_l() REQUIRES(mLock);
-    // Every change of mDecoding goes through here to keep the process-wide
-    // count of decoding sources.
-    void setDecoding(bool decoding);
-    void positionDone();
 
     sp<MediaSource> mSource;
     sp<AHandlerReflector<RotavoxSource> > mReflector;
@@ -248,8 +234,6 @@ private:
     int64_t mLastBackfillRequestPosUs GUARDED_BY(mLock);
     // Wall clock behind the backfill throttle's stamp; tests put in their own.
     int (*mGetTimeOfDay)(struct timeval*, void*);
-    // kWhatPosition messages posted and not yet handled.
-    std::atomic<int32_t> mPendingPositions;
     // Set by the constructor and by updateCacheParams*, which callers run
     // before the source is read; read-only afterwards.
     int64_t mCachePrerollUs;

@@ -111,6 +111,8 @@ struct HostAudioStats {
     int64_t deliveredFrames = 0;  // frames the callback wrote
     int64_t underrunFrames = 0;   // frames played as silence (short or late)
     int64_t callbacks = 0;        // EVENT_MORE_DATA callbacks made
+    int64_t stalledCallbacks = 0;  // callbacks that took 50 ms or more: the
+                                   // engine waited for data in them
     std::string sink;             // "sdl", "null" or "wav": the sink in use
     uint32_t outputSampleRate = 0;  // rate of the sink (device rate for sdl)
 };

@@ -621,43 +621,6 @@ TEST_F(RotavoxSourceTest, BackwardRefillIsRequestedNearTheStartAndThrottled) {
     }
 }
 
-// Offline renderers wait on this count, so it must come back to 0 however
-// the work ends: finished, or cut off by the source going away.
-TEST_F(RotavoxSourceTest, PendingCacheWorkCountsPositionsAndDecodeChains) {
-    auto noWork = [] { return RotavoxSource::pendingCacheWork() == 0; };
-    // A source released while its looper is in a handler goes away on that
-    // thread once the handler returns, possibly after the last test ended.
-    ASSERT_TRUE(waitUntil(noWork));
-    SyntheticPcmConfig config;
-    config.totalFrames = 48000 * 4;
-    make(config, "1000000/2000000/500000");
-    mUpstream->closeGate();
-    mSource->setPosition(1000000);
-    EXPECT_GE(RotavoxSource::pendingCacheWork(), 1);
-    ASSERT_TRUE(mUpstream->waitForReadsEntered(1));
-    EXPECT_EQ(1, RotavoxSource::pendingCacheWork());  // the decode chain alone
-    mUpstream->openGate();
-    settle();
-    EXPECT_EQ(0, RotavoxSource::pendingCacheWork());
-
-    // A position change that is ignored (too close) still stops counting.
-    mSource->setPosition(1100000);
-    ASSERT_TRUE(waitUntil(noWork));
-
-    // Destroyed in the middle of a chain, with a position change queued
-    // behind the blocked read: the blocked handler holds the last reference,
-    // so the destructor runs on the looper thread and drops the queued
-    // message.
-    mUpstream->closeGate();
-    mSource->setPosition(3000000);
-    ASSERT_TRUE(waitUntil([&] { return in().decoding(); }));
-    mSource->setPosition(500000);
-    EXPECT_EQ(2, RotavoxSource::pendingCacheWork());
-    mSource.clear();
-    mUpstream->openGate();
-    EXPECT_TRUE(waitUntil(noWork)) << RotavoxSource::pendingCacheWork();
-}
-
 TEST_F(RotavoxSourceTest, NoRefillWhenTheCacheStartsWithin300ms) {
     SyntheticPcmConfig config;
     make(config, "1500000/3000000/4000000");

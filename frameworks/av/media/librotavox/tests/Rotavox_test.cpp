@@ -26,6 +26,7 @@
 
 #include <cutils/properties.h>
 #include <media/AudioTrack.h>
+#include <HostLooperStats.h>
 #include <media/HostAudioSink.h>
 #include <media/MediaPlayerInterface.h>
 #include <media/stagefright/MediaBuffer.h>
@@ -34,6 +35,7 @@
 #include <system/audio.h>
 
 #include "LogCapture.h"
+#include "WavReader.h"
 #include "Rotavox.h"
 #include "RotavoxSource.h"
 #include "TestTime.h"
@@ -706,7 +708,7 @@ TEST_F(RotavoxTest, ForwardThenRewindPlaysTheFileThenItsReversal) {
     // where the source rightly repeats its last buffer.  Waiting for the
     // decoder before each period keeps the output the one real time gives.
     auto waitForDecoder = [] {
-        ASSERT_TRUE(eventually([] { return RotavoxSource::pendingCacheWork() == 0; }, 20s));
+        ASSERT_TRUE(hostLooperWaitIdle("RotavoxSource", std::chrono::steady_clock::now() + 20s));
     };
     options.periodHook = [&](const HostAudioPeriod& period) {
         waitForDecoder();
@@ -732,12 +734,10 @@ TEST_F(RotavoxTest, ForwardThenRewindPlaysTheFileThenItsReversal) {
     }
     player.reset();  // destroys the track: the WAV is complete
 
-    std::ifstream in(wavPath, std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    ASSERT_GT(bytes.size(), 44u + kEndFrames * 4);
-    // The sink writes a canonical 44-byte header.
-    ASSERT_EQ(0, memcmp(bytes.data() + 36, "data", 4));
-    const int16_t* pcm = reinterpret_cast<const int16_t*>(bytes.data() + 44);
+    const android::testing::Wav wav = android::testing::readWav(wavPath);
+    ASSERT_TRUE(wav.ok) << wav.error;
+    ASSERT_GT(wav.bytes.size(), (size_t)kEndFrames * 4);
+    const std::vector<int16_t> pcm = wav.pcm16();
     auto position = [&](int64_t frame) { return (int)pcm[2 * frame] + 32768; };
 
     // Forward at normal speed: the input shifted by one frame, from the start.

@@ -7,7 +7,10 @@ import java.io.File;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
-import java.nio.file.Files;
+import javax.sound.sampled.AudioFormat;
+import javax.sound.sampled.AudioInputStream;
+import javax.sound.sampled.AudioSystem;
+import javax.sound.sampled.UnsupportedAudioFileException;
 import org.junit.Test;
 
 /**
@@ -72,31 +75,20 @@ public class RotavoxSessionTest {
     }
 
     // The ramp position (frame index modulo 65536) of every output frame.
-    static int[] rampPositions(File wav) throws IOException {
-        ByteBuffer b = ByteBuffer.wrap(Files.readAllBytes(wav.toPath())).order(ByteOrder.LITTLE_ENDIAN);
-        int pos = 12, channels = 0, dataStart = -1, dataSize = 0;
-        while (pos + 8 <= b.limit()) {
-            String id = new String(b.array(), pos, 4, "US-ASCII");
-            int size = b.getInt(pos + 4);
-            if (id.equals("fmt ")) {
-                assertEquals(1, b.getShort(pos + 8));           // PCM
-                channels = b.getShort(pos + 10);
-                assertEquals(RATE, b.getInt(pos + 12));
-                assertEquals(16, b.getShort(pos + 22));
-            } else if (id.equals("data")) {
-                dataStart = pos + 8;
-                dataSize = Math.min(size, b.limit() - dataStart);
-                break;
+    static int[] rampPositions(File wav) throws IOException, UnsupportedAudioFileException {
+        try (AudioInputStream in = AudioSystem.getAudioInputStream(wav)) {
+            AudioFormat f = in.getFormat();
+            assertEquals(AudioFormat.Encoding.PCM_SIGNED, f.getEncoding());
+            assertEquals(RATE, (int) f.getSampleRate());
+            assertEquals(16, f.getSampleSizeInBits());
+            assertEquals(2, f.getChannels());
+            assertTrue("little-endian", !f.isBigEndian());
+            ByteBuffer b = ByteBuffer.wrap(in.readAllBytes()).order(ByteOrder.LITTLE_ENDIAN);
+            int[] p = new int[b.limit() / 4];
+            for (int i = 0; i < p.length; i++) {
+                p[i] = b.getShort(4 * i) + 32768;
             }
-            pos += 8 + size + (size & 1);
+            return p;
         }
-        assertEquals(2, channels);
-        assertTrue("data chunk present", dataStart > 0);
-        int frames = dataSize / 4;
-        int[] p = new int[frames];
-        for (int i = 0; i < frames; i++) {
-            p[i] = b.getShort(dataStart + 4 * i) + 32768;
-        }
-        return p;
     }
 }
