@@ -901,7 +901,7 @@ protected:
     // stops is a possible outcome here, not the thing measured.
     void play(int64_t frames) {
         const int64_t target = mFrames + frames;
-        eventually([&] { return mFrames >= target; }, 500ms);
+        eventually([&] { return mFrames >= target; }, 250ms);
     }
 
     // Opens the work copy of |file| the way |fault| needs.
