@@ -914,6 +914,7 @@ protected:
             return peer.setDataSource(new FileSource(mReadsFailFd, 0, size));
         }
         if (fault == kAppFdClosed || fault == kRangeGone) {
+            if (mOwnedFd >= 0) close(mOwnedFd);  // the previous case's
             mOwnedFd = ::open(mWork.c_str(), O_RDONLY | O_CLOEXEC);
             // The embedded file sits 4096 bytes into its container.
             const int64_t offset = fault == kRangeGone ? 4096 : 0;
