@@ -98,7 +98,8 @@ fuzz:
 	cmake --build build-fuzz -j $(JOBS) --target fuzzers rotavox
 	scripts/fuzz build-fuzz $(FUZZ_SECONDS)
 
-# The soak (tools/rotavox-soak) under ASan for SOAK_SECONDS; not part of CI.
+# The soak (tools/rotavox-soak) under ASan for SOAK_SECONDS; CI runs it for
+# 2 minutes on the build of its ASan stage.
 soak:
 	$(MAKE) build SANITIZE=address
 	cd build-asan && ROTAVOX_FIXTURES=$$PWD/fixtures ROTAVOX_PROPERTIES_FILE= \

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include <android/log.h>
+#include <cutils/properties.h>
 
 #include "LogCapture.h"
 #include "Rotavox.h"
@@ -29,6 +30,31 @@ int64_t nowUs() {
 // The good file every player must still play once the soak is over.
 const char* kGoodFile = "flac16.flac";
 
+// What a player's own file is copied from: the long demo track and every
+// compressed format, so that a fault can land ahead of what is cached.
+const char* kFaultSources[] = {"demo.flac", "mp3.mp3", "aac.m4a", "flac16.flac",
+                               "vorbis.ogg", "wav16.wav"};
+
+// A small cache keeps the decoder close behind the play position, where a
+// change to the file is met at once; the default one caches a short file
+// whole.  New players take whichever the last fault chose.
+const char* kSmallCacheParams = "300000/1000000/500000";
+
+bool copyFile(const std::string& from, const std::string& to) {
+    const int in = open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0) return false;
+    const int out = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    bool ok = out >= 0;
+    char buffer[65536];
+    ssize_t n;
+    while (ok && (n = read(in, buffer, sizeof(buffer))) > 0) {
+        ok = write(out, buffer, (size_t)n) == n;
+    }
+    if (out >= 0) close(out);
+    close(in);
+    return ok;
+}
+
 }  // namespace
 
 SoakRunner::SoakRunner(const SoakOptions& options) : mOptions(options) {
@@ -44,14 +70,67 @@ SoakRunner::SoakRunner(const SoakOptions& options) : mOptions(options) {
     std::sort(mFiles.begin(), mFiles.end());  // the seed alone picks files
     mFiles.push_back(options.fixturesDir + "/does-not-exist.flac");
     mFiles.push_back(options.fixturesDir);
+    for (const char* name : kFaultSources) {
+        mFaultFiles.push_back(options.fixturesDir + "/" + name);
+    }
+    char dir[] = "/tmp/rotavox-soak-XXXXXX";
+    if (mkdtemp(dir) != NULL) mWorkDir = dir;
     for (int i = 0; i < options.players; ++i) {
         mSlots.emplace_back(new Slot);
-        mSlots.back()->player.reset(new Rotavox);
+        Slot& slot = *mSlots.back();
+        slot.workFile = mWorkDir + "/player-" + std::to_string(i);
+        copyFile(mFaultFiles[i % mFaultFiles.size()], slot.workFile);
+        slot.player.reset(new Rotavox);
     }
     for (int i = 0; i < options.threads; ++i) mActivity.emplace_back(new Activity);
 }
 
-SoakRunner::~SoakRunner() {}
+SoakRunner::~SoakRunner() {
+    // run() has dropped the slots by now; their files are named by index.
+    for (size_t i = 0; i < (size_t)mOptions.players; ++i) {
+        unlink((mWorkDir + "/player-" + std::to_string(i)).c_str());
+    }
+    if (!mWorkDir.empty()) rmdir(mWorkDir.c_str());
+}
+
+void SoakRunner::fault(Slot& slot, uint64_t arg) {
+    std::lock_guard<std::mutex> l(slot.fileLock);
+    const std::string& path = slot.workFile;
+    struct stat st = {};
+    if (stat(path.c_str(), &st) != 0) st.st_size = 0;
+    switch (arg % 6) {
+        case 0:  // cut to half
+            (void)truncate(path.c_str(), st.st_size / 2);
+            break;
+        case 1:  // emptied
+            (void)truncate(path.c_str(), 0);
+            break;
+        case 2:  // deleted, and another file (often of another format) put in its place
+        case 3:
+            unlink(path.c_str());
+            copyFile(mFaultFiles[(arg >> 8) % mFaultFiles.size()], path);
+            break;
+        case 4: {  // a few KiB of garbage somewhere in the middle
+            const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+            if (fd < 0 || st.st_size < 16) {
+                if (fd >= 0) close(fd);
+                break;
+            }
+            std::mt19937_64 rng(arg);
+            char garbage[4096 * 3];
+            const size_t length = 1024 + (size_t)(arg >> 16) % (sizeof(garbage) - 1024);
+            for (char& c : garbage) c = (char)rng();
+            const off_t at = st.st_size / 4 + (off_t)((arg >> 32) % (uint64_t)(st.st_size / 2));
+            (void)pwrite(fd, garbage, std::min<size_t>(length, (size_t)(st.st_size - at)), at);
+            close(fd);
+            break;
+        }
+        default:  // the cache size of the next players
+            property_set("media.rotavox.cache-params", (arg >> 8) % 2 ? kSmallCacheParams : "");
+            return;
+    }
+    mCounts.faults++;
+}
 
 std::string SoakRunner::pickFile(uint64_t r) const {
     return mFiles[r % mFiles.size()];
@@ -68,21 +147,37 @@ void SoakRunner::call(int index, int slotIndex, uint64_t r, uint64_t arg) {
         activity.sinceUs.store(nowUs());
     };
     const int64_t speed = (int64_t)(arg % 26001) - 13000;  // past the limits both ways
-    if (op < 6) {
-        // Destroy and make again, alone with the player.
+    // Half the new data sources open the player's own file, the one faults
+    // change; the rest any fixture, bad ones included.
+    auto pickSource = [&]() { return (arg >> 48) % 2 ? slot.workFile : pickFile(arg); };
+    if (op >= 70 && op < 76) {
+        // Not a call: the file changes under whatever the player does.
+        begin("fault");
+        fault(slot, arg);
+    } else if (op >= 76 && op < 80) {
+        // The one query the Java class lets run beside another call.
+        begin("getPosition");
+        std::shared_lock<std::shared_mutex> l(slot.lock);
+        (void)slot.player->getPosition();
+        int64_t durationUs;
+        err = slot.player->getDuration(&durationUs);
+    } else if (op < 6) {
+        // Released and made again, as the Java class releases: a reset,
+        // then the player goes.
         begin("finalize");
         std::unique_lock<std::shared_mutex> l(slot.lock);
+        slot.player->reset();
         slot.player.reset(new Rotavox);
         mCounts.recreated++;
     } else {
-        std::shared_lock<std::shared_mutex> l(slot.lock);
+        std::unique_lock<std::shared_mutex> l(slot.lock);
         Rotavox& p = *slot.player;
         if (op < 14) {
             begin("setDataSource(path)");
-            err = p.setDataSource(pickFile(arg).c_str());
+            err = p.setDataSource(pickSource().c_str());
         } else if (op < 20) {
             begin("setDataSource(fd)");
-            const std::string path = pickFile(arg);
+            const std::string path = pickSource();
             const int fd = open(path.c_str(), O_RDONLY);
             struct stat st = {};
             if (fd >= 0) fstat(fd, &st);
@@ -90,6 +185,7 @@ void SoakRunner::call(int index, int slotIndex, uint64_t r, uint64_t arg) {
             const int64_t length = (arg >> 20) % 4 == 0 ? st.st_size + 100000 : st.st_size;
             const int64_t offset = (arg >> 24) % 8 == 0 ? st.st_size / 2 : 0;
             err = p.setDataSource(fd, offset, length);
+            // The application's descriptor goes at once; the player reads on.
             if (fd >= 0) close(fd);
         } else if (op < 26) {
             begin("prepare");
@@ -108,12 +204,7 @@ void SoakRunner::call(int index, int slotIndex, uint64_t r, uint64_t arg) {
             err = p.setPlaybackRatePermille((int)speed);
         } else if (op < 70) {
             begin("setPosition");
-            err = p.setPosition((int64_t)(arg % 5000) - 500);
-        } else if (op < 80) {
-            begin("getPosition");
-            (void)p.getPosition();
-            int64_t durationUs;
-            err = p.getDuration(&durationUs);
+            err = p.setPosition((int64_t)(arg % 30000) - 500);
         } else if (op < 86) {
             begin("pause");
             err = p.pause();
@@ -183,9 +274,10 @@ void SoakRunner::watchdog() {
         }
         fprintf(stderr,
                 "rotavox-soak: %5.0f/%.0f s  calls %lld  refused %lld  recreated %lld  "
-                "slowest %lld ms  log W %lld E %lld\n",
+                "faults %lld  slowest %lld ms  log W %lld E %lld\n",
                 (now - startUs) / 1e6, mOptions.seconds, (long long)mCounts.calls.load(),
                 (long long)mCounts.failures.load(), (long long)mCounts.recreated.load(),
+                (long long)mCounts.faults.load(),
                 (long long)mCounts.slowestCallUs.load() / 1000, (long long)warnings,
                 (long long)errors);
     }
@@ -225,9 +317,10 @@ int SoakRunner::run() {
     }
     mSlots.clear();
     fprintf(stderr, "rotavox-soak: %lld calls, %lld refused with a status, %lld players recreated, "
-            "slowest call %lld ms: %s\n",
+            "%lld faults injected, slowest call %lld ms: %s\n",
             (long long)mCounts.calls.load(), (long long)mCounts.failures.load(),
-            (long long)mCounts.recreated.load(), (long long)mCounts.slowestCallUs.load() / 1000,
+            (long long)mCounts.recreated.load(), (long long)mCounts.faults.load(),
+            (long long)mCounts.slowestCallUs.load() / 1000,
             bad ? "FAIL" : "passed");
     return bad ? 1 : 0;
 }

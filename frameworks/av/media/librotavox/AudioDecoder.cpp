@@ -504,6 +504,14 @@ status_t AudioDecoder::handleSeekTo(const sp<AMessage> &msg) {
 
     status_t err = mExtractor->seekTo(seekUs, mode);
     if (err != OK) {
+        if (err == ERROR_END_OF_STREAM) {
+            // Nothing is left to decode (past the end, or a source that can
+            // no longer be read).  mSeeking stays set, so the codec's
+            // callbacks are ignored from here on and a later read without a
+            // seek would wait for output that can never be queued; it ends
+            // the stream at once instead.
+            mOutputEOS = true;
+        }
         return err;
     }
 

@@ -606,9 +606,19 @@ size_t Rotavox::fillBuffer(void* data, size_t size) NO_THREAD_SAFETY_ANALYSIS {
     size_t written = 0;
     size_t remaining = size;
     MediaSource::ReadOptions options;
+    const uint32_t pausesAtEntry = mAudioPauses.load();
 
     for (;;) {
         if (mInputBuffer == NULL) {
+            // The output was paused while this fill was under way.  The
+            // source's pause ends only one wait for data, and a read since
+            // then may have used it up; a further read would then wait for
+            // data that may never come (a file cut short, a seek past what
+            // is left), and the reset that paused us would join this thread
+            // for ever.  Hand over what was copied instead.
+            if (written > 0 && mAudioPaused && mAudioPauses.load() != pausesAtEntry) {
+                return written;
+            }
             MediaBufferBase* buffer = NULL;
             const uint32_t pausesBefore = mAudioPauses.load();
             status_t err = mSource->read(&buffer, &options);

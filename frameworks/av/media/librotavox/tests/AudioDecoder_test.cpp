@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cutils/properties.h>
+#include <media/stagefright/FileSource.h>
 #include <media/stagefright/MediaBuffer.h>
 #include <media/stagefright/MediaCodec.h>
 #include <media/stagefright/MediaDefs.h>
@@ -24,6 +25,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <fcntl.h>
+#include <future>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -520,6 +523,60 @@ TEST(AudioDecoderSeekTest, SeekAfterEndResumesDecoding) {
     options.setSeekTo(0);
     Decoded again = drain(decoder, 1000000, &options);
     EXPECT_TRUE(again.pcm == all.pcm);
+}
+
+// The file can no longer be read (its descriptor has gone bad) while the
+// decoder plays: a seek then finds nothing and ends the stream, and every
+// read after it, with or without a seek, answers at once.
+TEST(AudioDecoderSeekTest, AnUnreadableSourceEndsTheStreamForEveryLaterRead) {
+    for (const char *name : {"aac.m4a", "mp3.mp3", "flac16.flac"}) {
+        SCOPED_TRACE(name);
+        const std::string path = fixturePath(name);
+        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        ASSERT_GE(fd, 0);
+        const off64_t size = lseek(fd, 0, SEEK_END);
+        sp<NuMediaExtractor> extractor = new NuMediaExtractor;
+        ASSERT_EQ(OK, extractor->setDataSource(new FileSource(fd, 0, size)));
+        ASSERT_EQ(OK, extractor->selectTrack(0));
+        sp<AudioDecoder> decoder = new AudioDecoder(extractor);
+        ASSERT_EQ(OK, decoder->start(nullptr));
+        MediaBufferBase *buffer = nullptr;
+        ASSERT_EQ(OK, decoder->read(&buffer, nullptr));
+        buffer->release();
+
+        // Same number, now write-only: reads fail with EBADF.
+        const int writeOnly = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        ASSERT_EQ(fd, dup2(writeOnly, fd));
+        close(writeOnly);
+
+        // A read that never returns cannot be joined: give up on the process.
+        auto readsOnce = [&](const MediaSource::ReadOptions *options) {
+            std::promise<status_t> result;
+            std::future<status_t> answer = result.get_future();
+            std::thread reader([&] {
+                MediaBufferBase *b = nullptr;
+                status_t err = decoder->read(&b, options);
+                if (b != nullptr) b->release();
+                result.set_value(err);
+            });
+            if (answer.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+                fprintf(stderr, "%s: a read after the source went bad never returned\n", name);
+                abort();
+            }
+            reader.join();
+            return answer.get();
+        };
+        MediaSource::ReadOptions seek;
+        seek.setSeekTo(1500000, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC);
+        status_t err = readsOnce(&seek);
+        if (err != OK && err != ERROR_END_OF_STREAM) {
+            // A failure the reader takes as final: it reads no more.
+            continue;
+        }
+        // Whatever was decoded before may still come out; then the end.
+        for (int i = 0; i < 64 && err == OK; ++i) err = readsOnce(nullptr);
+        EXPECT_EQ(ERROR_END_OF_STREAM, err);
+    }
 }
 
 // ---------------------------------------------------------------------------

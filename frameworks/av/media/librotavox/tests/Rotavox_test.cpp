@@ -29,6 +29,7 @@
 #include <HostLooperStats.h>
 #include <media/HostAudioSink.h>
 #include <media/MediaPlayerInterface.h>
+#include <media/stagefright/FileSource.h>
 #include <media/stagefright/MediaBuffer.h>
 #include <media/stagefright/MediaErrors.h>
 #include <media/stagefright/MetaData.h>
@@ -63,6 +64,11 @@ struct RotavoxTestPeer {
     sp<AudioTrack> track() const NO_THREAD_SAFETY_ANALYSIS { return player.mAudioTrack; }
     void setSource(const sp<RotavoxSource>& s) NO_THREAD_SAFETY_ANALYSIS { player.mSource = s; }
     void setAudioPaused(bool paused) { player.mAudioPaused = paused; }
+    // What pausing the output tells the callback, without a track.
+    void pauseOutput() {
+        player.mAudioPaused = true;
+        ++player.mAudioPauses;
+    }
     size_t fillBuffer(void* data, size_t size) { return player.fillBuffer(data, size); }
     void setIsAsyncPrepare(bool async) NO_THREAD_SAFETY_ANALYSIS {
         player.mIsAsyncPrepare = async;
@@ -88,6 +94,11 @@ struct RotavoxTestPeer {
         std::future<void> fired = marker->fired.get_future();
         player.mQueue.postEvent(marker);
         ASSERT_EQ(std::future_status::ready, fired.wait_for(std::chrono::seconds(20)));
+    }
+    status_t setDataSource(const sp<DataSource>& source) {
+        Mutex::Autolock autoLock(player.mLock);
+        player.reset_l();
+        return player.setDataSource_l(source);
     }
     void releaseInputBuffer() {
         if (player.mInputBuffer != NULL) {
@@ -764,6 +775,347 @@ TEST_F(RotavoxTest, ForwardThenRewindPlaysTheFileThenItsReversal) {
     rmdir(dir);
 }
 
+// --- Faults during play: the file changes, the descriptor goes, the stream breaks
+
+namespace {
+
+bool copyFile(const std::string& from, const std::string& to) {
+    std::ifstream in(from, std::ios::binary);
+    std::ofstream out(to, std::ios::binary | std::ios::trunc);
+    out << in.rdbuf();
+    return in.good() && out.good();
+}
+
+off_t fileSize(const std::string& path) {
+    struct stat st = {};
+    return stat(path.c_str(), &st) == 0 ? st.st_size : -1;
+}
+
+// A few KiB of noise over the file at |at| (a fraction of its length);
+// returns where the burst starts, in bytes.
+off_t writeGarbage(const std::string& path, double at, size_t bytes) {
+    const off_t offset = (off_t)(fileSize(path) * at);
+    std::vector<char> noise(bytes);
+    uint32_t x = 2463534242u;
+    for (char& c : noise) {
+        x ^= x << 13, x ^= x >> 17, x ^= x << 5;
+        c = (char)x;
+    }
+    const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ((ssize_t)bytes, pwrite(fd, noise.data(), bytes, offset));
+    close(fd);
+    return offset;
+}
+
+// Interleaved 16-bit stereo PCM of a whole file, decoded by the ffmpeg tool.
+std::vector<int16_t> decodeWithFfmpeg(const std::string& path) {
+    const std::string cmd = "ffmpeg -nostdin -v error -i '" + path +
+                            "' -f s16le -acodec pcm_s16le -ac 2 -ar 44100 -";
+    std::vector<int16_t> pcm;
+    FILE* pipe = popen(cmd.c_str(), "r");
+    if (pipe == NULL) return pcm;
+    int16_t block[4096];
+    size_t n;
+    while ((n = fread(block, sizeof(int16_t), 4096, pipe)) > 0) pcm.insert(pcm.end(), block, block + n);
+    pclose(pipe);
+    return pcm;
+}
+
+std::vector<int16_t> readWavPcm(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (bytes.size() < 44) return {};
+    const int16_t* pcm = reinterpret_cast<const int16_t*>(bytes.data() + 44);
+    return std::vector<int16_t>(pcm, pcm + (bytes.size() - 44) / 2);
+}
+
+// The first frame at or after |fromFrame| where |reference| holds |window|,
+// sample for sample within |tolerance|; -1 if nowhere.
+int64_t findWindow(const std::vector<int16_t>& reference, const int16_t* window,
+                   size_t frames, int64_t fromFrame, int tolerance) {
+    const int64_t last = (int64_t)(reference.size() / 2) - (int64_t)frames;
+    for (int64_t f = std::max<int64_t>(0, fromFrame); f <= last; ++f) {
+        size_t i = 0;
+        while (i < frames * 2 && abs(reference[2 * f + i] - window[i]) <= tolerance) ++i;
+        if (i == frames * 2) return f;
+    }
+    return -1;
+}
+
+}  // namespace
+
+// Each case plays a copy of a fixture, changes the world under the player
+// while it plays, then reset, release or a new data source comes from
+// another thread.  Nothing may abort, every call must return within 2 s, and
+// the player (or a new one) must then play a good file.  A small cache keeps
+// the decoder close behind the play position, so the decoder meets each
+// change while the output is still playing.
+class FaultTest : public RotavoxTest {
+protected:
+    enum Fault {
+        kTruncate,      // cut to half, then to nothing
+        kReplace,       // deleted, another format put under the same name
+        kAppFdClosed,   // a descriptor source whose application closes its descriptor
+        kReadsFail,     // the descriptor the extractor reads becomes unreadable (EBADF)
+        kRangeGone,     // a descriptor range that the file no longer covers
+        kGarbage,       // a burst of noise in the middle
+    };
+    enum Motion { kForward, kBackward, kScratch };
+    enum Interrupt { kReset, kRelease, kNewSource };
+    static constexpr int64_t kStepFrames = 11025;  // a quarter second of output
+
+    void SetUp() override {
+        RotavoxTest::SetUp();
+        char dir[] = "/tmp/rotavox-faults-XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(dir));
+        mDir = dir;
+        mWork = mDir + "/work";
+        property_set("media.rotavox.cache-params", "300000/1000000/500000");
+        HostAudioOptions options;
+        options.sink = "wav";
+        options.freewheel = 1;
+        options.wavPath = mDir + "/out.wav";
+        // Faster than real time, but never ahead of the decoder: each period
+        // waits (briefly: a stalled decoder is part of some cases) for the
+        // cache to be filled as real time would have it.
+        options.periodHook = [this](const HostAudioPeriod& period) {
+            hostLooperWaitIdle("RotavoxSource", std::chrono::steady_clock::now() + 200ms);
+            mFrames += (int64_t)period.writtenFrames;
+            if (mOnPeriod) mOnPeriod(period);
+        };
+        mSinkScope.reset();  // the base's scope goes first, or it would undo this one
+        mSinkScope.reset(new HostAudioOptionsScope(options));
+    }
+    void TearDown() override {
+        property_set("media.rotavox.cache-params", "");
+        if (mOwnedFd >= 0) close(mOwnedFd);
+        unlink(mWork.c_str());
+        unlink((mDir + "/out.wav").c_str());
+        rmdir(mDir.c_str());
+        RotavoxTest::TearDown();
+    }
+
+    // Runs |fn| and checks that it returned within 2 s.
+    template <typename Fn>
+    void timed(const char* what, Fn fn) {
+        const auto start = std::chrono::steady_clock::now();
+        fn();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << what;
+    }
+
+    // Waits for |frames| more frames of output, or for a while: output that
+    // stops is a possible outcome here, not the thing measured.
+    void play(int64_t frames) {
+        const int64_t target = mFrames + frames;
+        eventually([&] { return mFrames >= target; }, 250ms);
+    }
+
+    // Opens the work copy of |file| the way |fault| needs.
+    status_t open(Rotavox& player, RotavoxTestPeer& peer, Fault fault, const char* file) {
+        EXPECT_TRUE(copyFile(fixture(file), mWork));
+        const off_t size = fileSize(mWork);
+        if (fault == kReadsFail) {
+            // The extractor reads through this very descriptor.
+            mReadsFailFd = ::open(mWork.c_str(), O_RDONLY | O_CLOEXEC);
+            return peer.setDataSource(new FileSource(mReadsFailFd, 0, size));
+        }
+        if (fault == kAppFdClosed || fault == kRangeGone) {
+            if (mOwnedFd >= 0) close(mOwnedFd);  // the previous case's
+            mOwnedFd = ::open(mWork.c_str(), O_RDONLY | O_CLOEXEC);
+            // The embedded file sits 4096 bytes into its container.
+            const int64_t offset = fault == kRangeGone ? 4096 : 0;
+            return player.setDataSource(mOwnedFd, offset, size - offset);
+        }
+        return player.setDataSource(mWork.c_str());
+    }
+
+    void injectFault(Fault fault, int part, const char* file) {
+        const off_t size = fileSize(mWork);
+        switch (fault) {
+            case kTruncate:
+                ASSERT_EQ(0, truncate(mWork.c_str(), part == 0 ? size / 2 : 0));
+                break;
+            case kReplace:
+                if (part == 0) {
+                    ASSERT_EQ(0, unlink(mWork.c_str()));
+                    ASSERT_TRUE(copyFile(fixture(strstr(file, ".mp3") ? "flac16.flac" : "mp3.mp3"),
+                                         mWork));
+                }
+                break;
+            case kAppFdClosed:
+                if (part == 0) {
+                    close(mOwnedFd);
+                    mOwnedFd = -1;
+                }
+                break;
+            case kReadsFail:
+                if (part == 0) {
+                    // Same number, now a write-only description: reads fail
+                    // with EBADF, and the source still closes its own number.
+                    const int writeOnly = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+                    ASSERT_EQ(mReadsFailFd, dup2(writeOnly, mReadsFailFd));
+                    close(writeOnly);
+                }
+                break;
+            case kRangeGone:
+                ASSERT_EQ(0, truncate(mWork.c_str(), part == 0 ? 4096 + (size - 4096) / 2 : 2048));
+                break;
+            case kGarbage:
+                if (part == 0) writeGarbage(mWork, 0.45, 4096);
+                break;
+        }
+    }
+
+    void speed(Rotavox& player, Motion motion, int step) {
+        const bool back = motion == kBackward || (motion == kScratch && step % 2 == 1);
+        const int permille = motion == kScratch ? 10000 : 1000;
+        timed("speed", [&] { EXPECT_EQ(OK, back ? player.rewind(permille) : player.forward(permille)); });
+    }
+
+    // The player can still be given a good file, and plays it.
+    void playsAGoodFile(Rotavox& player) {
+        timed("setDataSource", [&] { ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str())); });
+        timed("prepare", [&] { ASSERT_EQ(OK, player.prepare()); });
+        timed("forward", [&] { ASSERT_EQ(OK, player.forward(1000)); });
+        const int64_t before = mFrames;
+        EXPECT_TRUE(eventually([&] { return mFrames > before + 4410 && player.getPosition() > 0; }));
+    }
+
+    void runCase(const char* file, Fault fault, Motion motion, Interrupt interrupt) {
+        std::unique_ptr<Rotavox> player(new Rotavox);
+        RotavoxTestPeer peer(*player);
+        ASSERT_EQ(OK, open(*player, peer, fault, file));
+        ASSERT_EQ(OK, player->prepare());
+        if (motion != kForward) {
+            ASSERT_EQ(OK, player->setPosition(motion == kBackward ? 2500 : 1500));
+        }
+        for (int step = 0; step < 8; ++step) {
+            if (step == 5) {
+                // A seek to where the file may no longer have anything: the
+                // output then waits for data that never comes.
+                timed("seek", [&] { EXPECT_EQ(OK, player->setPosition(2700)); });
+            }
+            speed(*player, motion, step);
+            play(kStepFrames);
+            if (step == 1 || step == 3) injectFault(fault, step / 2, file);
+        }
+        std::thread other([&] {
+            switch (interrupt) {
+                case kReset:
+                    timed("reset", [&] { player->reset(); });
+                    break;
+                case kRelease:
+                    timed("release", [&] { player.reset(); });
+                    break;
+                case kNewSource:
+                    timed("new setDataSource", [&] {
+                        player->setDataSource(fixture("mp3.mp3").c_str());
+                    });
+                    break;
+            }
+        });
+        if (interrupt != kRelease) {
+            // A call beside it, answered OK or, after the reset, NO_INIT.
+            timed("speed beside", [&] { player->forward(1000); });
+        }
+        // A call that never returns cannot be joined: end the run at once,
+        // naming the case, rather than at the suite's time limit.
+        std::promise<void> joined;
+        std::thread watchdog([&, done = joined.get_future()] {
+            if (done.wait_for(10s) == std::future_status::timeout) {
+                fprintf(stderr, "FaultTest: %s, fault %d, motion %d, interrupt %d: stuck\n", file,
+                        fault, motion, interrupt);
+                abort();
+            }
+        });
+        other.join();
+        joined.set_value();
+        watchdog.join();
+        if (!player) player.reset(new Rotavox);
+        playsAGoodFile(*player);
+        timed("final reset", [&] { player->reset(); });
+    }
+
+    std::string mDir, mWork;
+    int mOwnedFd = -1;
+    int mReadsFailFd = -1;
+    std::atomic<int64_t> mFrames{0};
+    std::function<void(const HostAudioPeriod&)> mOnPeriod;  // set before the track exists
+};
+
+TEST_F(FaultTest, EveryFaultAtEverySpeedLeavesAPlayerThatAnswersAndPlaysAgain) {
+    struct Row {
+        Fault fault;
+        const char* file;
+    };
+    const Row rows[] = {
+            {kTruncate, "mp3.mp3"},      {kTruncate, "aac.m4a"},   {kTruncate, "flac16.flac"},
+            {kReplace, "mp3.mp3"},       {kReplace, "aac.m4a"},    {kAppFdClosed, "mp3.mp3"},
+            {kReadsFail, "flac16.flac"}, {kReadsFail, "aac.m4a"},  {kRangeGone, "embedded.bin"},
+            {kGarbage, "mp3.mp3"},       {kGarbage, "aac.m4a"},    {kGarbage, "flac16.flac"},
+    };
+    int n = 0;
+    for (const Row& row : rows) {
+        for (Motion motion : {kForward, kBackward, kScratch}) {
+            const Interrupt interrupt = (Interrupt)(n++ % 3);
+            SCOPED_TRACE(::testing::Message() << row.file << " fault " << row.fault << " motion "
+                                            << motion << " interrupt " << interrupt);
+            runCase(row.file, row.fault, motion, interrupt);
+            if (HasFatalFailure()) return;
+        }
+    }
+}
+
+// Play goes on past a burst of garbage, reached by playing through it and by
+// seeking into it: once past it, the output is the file's own decode,
+// sample for sample (as an independent ffmpeg decode has it).  In the AAC
+// file the noise reaches the codec itself, which reports it.
+TEST_F(FaultTest, PlayGoesOnPastABurstOfGarbage) {
+    for (const char* file : {"mp3.mp3", "aac.m4a", "flac16.flac"}) {
+        for (bool seekInto : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << file << (seekInto ? ", seeking into it" : ", playing through"));
+            const std::vector<int16_t> reference = decodeWithFfmpeg(fixture(file));
+            ASSERT_GT(reference.size(), 44100u * 2 * 2);
+            ASSERT_TRUE(copyFile(fixture(file), mWork));
+            const double at = 0.45;
+            writeGarbage(mWork, at, 4096);
+            const int64_t burstUs = (int64_t)(at * 3000000);
+            // The output to compare starts well after the burst, short of the
+            // file's end, where the last buffer would repeat.
+            const int64_t lookUs = burstUs + 700000;
+            std::atomic<int64_t> lookFrame{-1};
+            std::unique_ptr<Rotavox> player(new Rotavox);
+            mOnPeriod = [&](const HostAudioPeriod& period) {
+                if (lookFrame < 0 && player && player->getPosition() >= lookUs) {
+                    lookFrame = period.deliveredFrames;
+                }
+            };
+            mLog.clear();
+            ASSERT_EQ(OK, player->setDataSource(mWork.c_str()));
+            ASSERT_EQ(OK, player->prepare());
+            if (seekInto) {
+                ASSERT_EQ(OK, player->setPosition(burstUs / 1000));
+            }
+            ASSERT_EQ(OK, player->forward(1000));
+            ASSERT_TRUE(eventually([&] { return lookFrame >= 0; }, 60s));
+            // Another quarter second, then the output file is complete.
+            play(kStepFrames);
+            timed("reset", [&] { player->reset(); });
+            mOnPeriod = nullptr;
+
+            const std::vector<int16_t> out = readWavPcm(mDir + "/out.wav");
+            const size_t kWindow = 4096;
+            ASSERT_GE((int64_t)out.size() / 2, lookFrame + (int64_t)kWindow);
+            const int64_t found = findWindow(reference, &out[2 * lookFrame], kWindow,
+                                             burstUs * 44100 / 1000000, 4);
+            EXPECT_GE(found, 0) << "the output after the burst is not the file's decode";
+            if (strstr(file, ".m4a")) {
+                EXPECT_TRUE(mLog.contains("AudioDecoder", "Decoder reported error"));
+            }
+        }
+    }
+}
+
 // --- The audio callback's fill rules, over a scripted source ------------------
 
 class StubUpstream : public MediaSource {
@@ -894,6 +1246,17 @@ TEST_F(FillBufferTest, RunningOutputRetriesWouldBlock) {
     uint8_t out[300];
     EXPECT_EQ(300u, peer.fillBuffer(out, sizeof(out)));
     EXPECT_EQ(3, source->reads);
+}
+
+// The output pauses while the fill is reading: the source's pause may have
+// been spent on that read's wait, so a further read could wait for ever; the
+// fill hands over what it copied instead.
+TEST_F(FillBufferTest, APauseDuringTheReadEndsTheFillWithWhatWasCopied) {
+    source->duringRead = [&] { peer.pauseOutput(); };
+    source->script = {{OK, 100}, {OK, 100}};
+    uint8_t out[300];
+    EXPECT_EQ(100u, peer.fillBuffer(out, sizeof(out)));
+    EXPECT_EQ(1, source->reads);
 }
 
 TEST_F(FillBufferTest, NoBufferAfterPauseEndsTheFill) {
