@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <errno.h>
-#include <math.h>
 #include <string.h>
 
 #include <cstdint>
@@ -62,31 +61,11 @@ Decoded decodeFixture(const std::string& name, int audioIndex = 0, int32_t pcmEn
     return d;
 }
 
-// Largest normalised cross-correlation of a against b over lags in
-// [-maxLag, maxLag] frames, on the first channel of interleaved data.
-double bestCorrelation(const std::vector<int16_t>& a, const std::vector<int16_t>& b,
-                       int channels, int maxLag, int* bestLagOut) {
-    const long na = a.size() / channels, nb = b.size() / channels;
-    double best = -1;
-    for (int lag = -maxLag; lag <= maxLag; ++lag) {
-        double sab = 0, saa = 0, sbb = 0;
-        for (long i = 0; i < na; ++i) {
-            long j = i + lag;
-            if (j < 0 || j >= nb) continue;
-            double x = a[i * channels], y = b[j * channels];
-            sab += x * y;
-            saa += x * x;
-            sbb += y * y;
-        }
-        if (saa > 0 && sbb > 0) {
-            double c = sab / sqrt(saa * sbb);
-            if (c > best) {
-                best = c;
-                *bestLagOut = lag;
-            }
-        }
-    }
-    return best;
+// The first channel of interleaved 16-bit samples.
+std::vector<double> firstChannel(const std::vector<int16_t>& s, int channels) {
+    std::vector<double> out;
+    for (size_t i = 0; i < s.size(); i += channels) out.push_back(s[i]);
+    return out;
 }
 
 class CodecTest : public ::testing::Test {
@@ -182,7 +161,8 @@ TEST_P(LossyTest, CorrelatesWithFfmpeg) {
     ASSERT_FALSE(ref.empty());
     const long framesOurs = ours.size() / c.channels, framesRef = ref.size() / c.channels;
     int lag = 0;
-    double corr = bestCorrelation(ref, ours, c.channels, 2200, &lag);
+    double corr = testing::bestCorrelation(firstChannel(ref, c.channels),
+                                          firstChannel(ours, c.channels), 2200, &lag);
     EXPECT_GT(corr, 0.99) << "lag " << lag;
     if (c.trimmed) {
         EXPECT_EQ(framesRef, framesOurs) << "frames";

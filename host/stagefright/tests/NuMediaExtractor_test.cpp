@@ -25,6 +25,7 @@
 
 #include "Fixtures.h"
 #include "LogCapture.h"
+#include "MemoryDataSource.h"
 
 namespace android {
 namespace {
@@ -482,30 +483,6 @@ TEST_F(ExtractorTest, BadDescriptorsAndRangesAreRefused) {
     EXPECT_GE(log.count("", "", ANDROID_LOG_ERROR), 6);
 }
 
-// An in-memory DataSource, optionally failing after some bytes.
-class MemorySource : public DataSource {
-public:
-    MemorySource(std::vector<uint8_t> bytes, off64_t failAfter = -1)
-        : mBytes(std::move(bytes)), mFailAfter(failAfter) {}
-    status_t initCheck() const override { return OK; }
-    ssize_t readAt(off64_t offset, void* data, size_t size) override {
-        if (mFailAfter >= 0 && offset + (off64_t)size > mFailAfter) return ERROR_IO;
-        if (offset < 0) return ERROR_IO;
-        if ((size_t)offset >= mBytes.size()) return 0;
-        size = std::min(size, mBytes.size() - (size_t)offset);
-        memcpy(data, mBytes.data() + offset, size);
-        return size;
-    }
-    status_t getSize(off64_t* size) override {
-        *size = mBytes.size();
-        return OK;
-    }
-
-private:
-    std::vector<uint8_t> mBytes;
-    off64_t mFailAfter;
-};
-
 std::vector<uint8_t> fileBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
@@ -513,14 +490,14 @@ std::vector<uint8_t> fileBytes(const std::string& path) {
 
 TEST_F(ExtractorTest, DataSourceFeedsTheDemuxer) {
     sp<NuMediaExtractor> ex = new NuMediaExtractor;
-    ASSERT_EQ(OK, ex->setDataSource(new MemorySource(fileBytes(fixturePath("aiff16.aiff")))));
+    ASSERT_EQ(OK, ex->setDataSource(new testing::MemoryDataSource(fileBytes(fixturePath("aiff16.aiff")))));
     ASSERT_EQ(OK, ex->selectTrack(0));
     std::vector<uint8_t> ours = readAll(ex);
     EXPECT_TRUE(ours == referenceDecode(fixturePath("aiff16.aiff"), "s16le"));
 
     // A source that fails to read is an error status, not a crash.
     ex = new NuMediaExtractor;
-    EXPECT_NE(OK, ex->setDataSource(new MemorySource(fileBytes(fixturePath("mp3.mp3")), 0)));
+    EXPECT_NE(OK, ex->setDataSource(new testing::MemoryDataSource(fileBytes(fixturePath("mp3.mp3")), 0)));
     // A FileSource over a range.
     ex = new NuMediaExtractor;
     EXPECT_NE(OK, ex->setDataSource(new FileSource(fixturePath("no-such-file.mp3").c_str())));

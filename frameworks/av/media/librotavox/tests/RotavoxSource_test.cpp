@@ -38,15 +38,8 @@ using testing::stretched;
 const char* kTag = "RotavoxSource";
 const char* kProperty = "media.rotavox.cache-params";
 
-// Polls |done| until it holds or a generous deadline passes.
 bool waitUntil(const std::function<bool()>& done, int timeoutMs = 10000) {
-    const auto deadline =
-            std::chrono::steady_clock::now() + stretched(std::chrono::milliseconds(timeoutMs));
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+    return testing::waitUntil(done, std::chrono::milliseconds(timeoutMs));
 }
 
 class RotavoxSourceTest : public ::testing::Test {
