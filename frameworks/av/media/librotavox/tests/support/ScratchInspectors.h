@@ -39,14 +39,10 @@ public:
     int continuousIndex() const { return indexOf(c->mNodeContinuousFrom); }
     int readIndex() const { return indexOf(c->mReadNode); }
     size_t activeCount() const { return c->mActiveBuffers.size(); }
-    size_t freeCount() const { return c->mFreeBuffers.size(); }
     MediaBuffer* retiredBuffer() const { return c->mRetiredBuffer; }
     int64_t readPosUs() const { return c->mReadPosUs; }
     void setReadPosUs(int64_t v) { c->mReadPosUs = v; }
     uint32_t cachedBytes() const { return c->mCachedBytes; }
-    int64_t freeBufferCount() const { return c->mFreeBufferCount; }
-    int32_t frameSize() const { return c->mFrameSize; }
-    float usPerFrame() const { return c->mUsPerFrame; }
     uint32_t sampleSize() const { return c->mSampleSize; }
     int64_t cacheStartField() const { return c->mCacheStartUs; }
     int64_t cacheEndField() const { return c->mCacheEndUs; }
