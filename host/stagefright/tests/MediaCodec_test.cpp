@@ -61,13 +61,6 @@ Decoded decodeFixture(const std::string& name, int audioIndex = 0, int32_t pcmEn
     return d;
 }
 
-// The first channel of interleaved 16-bit samples.
-std::vector<double> firstChannel(const std::vector<int16_t>& s, int channels) {
-    std::vector<double> out;
-    for (size_t i = 0; i < s.size(); i += channels) out.push_back(s[i]);
-    return out;
-}
-
 class CodecTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -84,6 +77,10 @@ struct LosslessCase {
     const char* refFormat;
     int bitWidth;
 };
+
+// Named by their file: gtest would otherwise print the structs' bytes,
+// padding included, which memcheck rightly calls uninitialised.
+void PrintTo(const LosslessCase& c, std::ostream* os) { *os << c.file; }
 
 class LosslessTest : public CodecTest, public ::testing::WithParamInterface<LosslessCase> {};
 
@@ -130,63 +127,8 @@ INSTANTIATE_TEST_SUITE_P(
                     info.param.refFormat;
         });
 
-// ---- Lossy: the same music as the ffmpeg tool hears. ----
-
-struct LossyCase {
-    const char* file;
-    int channels;
-    // The stream declares its encoder delay and padding: the decode lines up
-    // with the tool's to the frame, at the start and at the end.
-    bool trimmed = true;
-    // The time of the first frame out.  WMA's decoder gives nothing for its
-    // first two packets, and the tool's output starts where it begins too.
-    int64_t firstUs = 0;
-};
-
-// Named by their file: gtest would otherwise print the structs' bytes,
-// padding included, which memcheck rightly calls uninitialised.
-void PrintTo(const LosslessCase& c, std::ostream* os) { *os << c.file; }
-void PrintTo(const LossyCase& c, std::ostream* os) { *os << c.file; }
-
-class LossyTest : public CodecTest, public ::testing::WithParamInterface<LossyCase> {};
-
-TEST_P(LossyTest, CorrelatesWithFfmpeg) {
-    const LossyCase& c = GetParam();
-    Decoded d = decodeFixture(c.file, 0, 2);
-    ASSERT_EQ(OK, d.err);
-    ASSERT_TRUE(d.eos);
-    EXPECT_EQ(0, d.errors);
-    std::vector<int16_t> ours = asS16(d.pcm);
-    std::vector<int16_t> ref = asS16(referenceDecode(fixturePath(c.file), "s16le"));
-    ASSERT_FALSE(ref.empty());
-    const long framesOurs = ours.size() / c.channels, framesRef = ref.size() / c.channels;
-    int lag = 0;
-    double corr = testing::bestCorrelation(firstChannel(ref, c.channels),
-                                          firstChannel(ours, c.channels), 2200, &lag);
-    EXPECT_GT(corr, 0.99) << "lag " << lag;
-    if (c.trimmed) {
-        EXPECT_EQ(framesRef, framesOurs) << "frames";
-        EXPECT_EQ(0, lag);
-        // The first frame out is at the stream's start, whoever dropped the
-        // priming before it (FFmpeg's AAC and Opus decoders do it themselves).
-        ASSERT_FALSE(d.outputs.empty());
-        EXPECT_EQ(c.firstUs, d.outputs[0].timeUs);
-    } else {
-        EXPECT_NEAR(framesRef, framesOurs, 4096) << "frames";
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Fixtures, LossyTest,
-        ::testing::Values(LossyCase{"mp3.mp3", 2}, LossyCase{"mp3mono.mp3", 1},
-                          LossyCase{"aac.m4a", 2}, LossyCase{"vorbis.ogg", 2},
-                          LossyCase{"opus.opus", 2}, LossyCase{"wma.wma", 2, true, 92000},
-                          LossyCase{"video.mp4", 2}),
-        [](const ::testing::TestParamInfo<LossyCase>& info) {
-            std::string n = info.param.file;
-            for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
-            return n;
-        });
+// Lossy files go through the codec in AudioDecoder_test, against the same
+// tool and to the frame.
 
 // ---- Time stamps, flush, errors. ----
 

@@ -188,60 +188,8 @@ TEST_F(ExtractorTest, VideoTrackHasAVideoMime) {
     EXPECT_EQ(-ERANGE, ex->selectTrack(2));
 }
 
-TEST_F(ExtractorTest, FormatConvertsToMetaData) {
-    sp<NuMediaExtractor> ex = open("wav24.wav");
-    ASSERT_NE(nullptr, ex.get());
-    sp<AMessage> format;
-    ASSERT_EQ(OK, ex->getTrackFormat(0, &format));
-    sp<MetaData> meta = new MetaData;
-    convertMessageToMetaData(format, meta);
-    const char* mime = nullptr;
-    int32_t rate = 0, channels = 0, bits = 0, maxInput = 0;
-    int64_t durationUs = 0;
-    ASSERT_TRUE(meta->findCString(kKeyMIMEType, &mime));
-    EXPECT_STREQ("audio/raw", mime);
-    EXPECT_TRUE(meta->findInt32(kKeySampleRate, &rate));
-    EXPECT_EQ(44100, rate);
-    EXPECT_TRUE(meta->findInt32(kKeyChannelCount, &channels));
-    EXPECT_EQ(2, channels);
-    EXPECT_TRUE(meta->findInt32(kKeyBitsPerSample, &bits));
-    EXPECT_EQ(24, bits);
-    EXPECT_TRUE(meta->findInt64(kKeyDuration, &durationUs));
-    EXPECT_NEAR(3000000, durationUs, 100);
-    EXPECT_TRUE(meta->findInt32(kKeyMaxInputSize, &maxInput));
-}
-
-// ---- Raw PCM: the bytes the ffmpeg tool decodes, in our layout. ----
-
-struct RawCase {
-    const char* file;
-    const char* refFormat;
-};
-
-class RawTest : public ExtractorTest, public ::testing::WithParamInterface<RawCase> {};
-
-TEST_P(RawTest, SamplesEqualFfmpegDecode) {
-    sp<NuMediaExtractor> ex = open(GetParam().file);
-    ASSERT_NE(nullptr, ex.get());
-    ASSERT_EQ(OK, ex->selectTrack(0));
-    std::vector<uint8_t> ours = readAll(ex);
-    std::vector<uint8_t> ref = referenceDecode(fixturePath(GetParam().file), GetParam().refFormat);
-    ASSERT_FALSE(ref.empty());
-    ASSERT_EQ(ref.size(), ours.size());
-    EXPECT_TRUE(ref == ours);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Fixtures, RawTest,
-        ::testing::Values(RawCase{"wav16.wav", "s16le"}, RawCase{"wav8.wav", "u8"},
-                          RawCase{"wav24.wav", "s24le"}, RawCase{"wav32.wav", "s32le"},
-                          RawCase{"wavfloat.wav", "s32le"}, RawCase{"wav16mono.wav", "s16le"},
-                          RawCase{"aiff16.aiff", "s16le"}, RawCase{"aiff24.aiff", "s24le"}),
-        [](const ::testing::TestParamInfo<RawCase>& info) {
-            std::string n = info.param.file;
-            for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
-            return n;
-        });
+// Raw PCM against the ffmpeg tool's decode: AudioDecoder_test, every raw
+// fixture; DataSourceFeedsTheDemuxer below, to the last sample.
 
 // ---- Seeking, checked against the position the samples carry. ----
 
