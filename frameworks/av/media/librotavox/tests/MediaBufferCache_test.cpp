@@ -13,6 +13,7 @@
 #include "LogCapture.h"
 
 #include "RotavoxSource.h"
+#include "CacheOperations.h"
 #include "ScratchInspectors.h"
 #include "SyntheticPcmSource.h"
 
@@ -443,102 +444,14 @@ TEST_F(MediaBufferCacheMemoryTest, BackwardRecyclesTheNewestBuffer) {
 // step against the cache's structural invariants.
 TEST_F(MediaBufferCacheTest, RandomOperationsKeepInvariants) {
     // A fixed seed, so that a failure reproduces; ROTAVOX_TEST_SEED tries
-    // another.
+    // another.  Printed up front as well: a broken invariant may also abort.
     const char* forced = getenv("ROTAVOX_TEST_SEED");
     const unsigned seed = forced != NULL ? (unsigned)strtoul(forced, NULL, 10) : 20261123u;
-    SCOPED_TRACE(::testing::Message() << "seed " << seed);
-    // Printed up front as well: a broken invariant may also abort.
     fprintf(stderr, "random operations seed %u\n", seed);
-    std::mt19937 rng(seed);
-    auto pick = [&](int n) { return (int)(rng() % n); };
-
-    int64_t refillNext = -1;  // next time of the refill run in progress
-    for (int step = 0; step < 4000; ++step) {
-        const std::vector<int64_t> times = in().times();
-        const int op = pick(12);
-        std::string what;
-        // A trim from the start can take the whole stretch and leave a refill
-        // prefix behind; the cache then aborts on any append by design (the
-        // source never trims that way).
-        const bool appendAborts = !times.empty() && in().continuousIndex() < 0;
-        if (appendAborts && op <= 4) continue;
-        switch (op) {
-            case 0: case 1: case 2: {  // decoder runs on at the tail
-                const int64_t end = times.empty() ? pick(200) * kBufferUs : times.back();
-                append(end + kBufferUs * (1 + pick(2)));
-                what = "append later";
-                break;
-            }
-            case 3: {  // a backward refill: one ascending run at a time
-                if (times.empty()) break;
-                const bool backward = !mOwner->isForward();
-                const int64_t readPos = in().readPosUs();
-                // States in which the cache aborts on purpose.
-                if (backward && mCache->isReadBufferInvalid() &&
-                        readPos % MediaBufferCache::kCacheSeekGridUs != 0) {
-                    break;
-                }
-                const int cont = in().continuousIndex();
-                if (cont < 0) break;
-                int64_t t;
-                if (cont > 0) {
-                    if (refillNext < 0) break;
-                    t = refillNext;
-                } else {
-                    t = std::max<int64_t>(0, times[cont] - kBufferUs * (1 + pick(40)));
-                }
-                append(t);
-                refillNext = t + kBufferUs;
-                what = "append earlier";
-                break;
-            }
-            case 4:
-                if (!times.empty()) append(times.back());
-                what = "append duplicate";
-                break;
-            case 5: case 6:
-                readTime(pick(2) == 0);
-                what = "read";
-                break;
-            case 7:
-                if (pick(2)) mOwner->forward(0); else mOwner->rewind(0);
-                what = "direction";
-                break;
-            case 8:
-                mCache->setNextReadPosUs(pick(400) * 10000 - 100000);
-                what = "seek";
-                break;
-            case 9:
-                if (pick(4) == 0) mCache->releaseAll();
-                else if (pick(2)) mCache->releaseFromStart(pick(400) * 10000);
-                else mCache->releaseToEnd(pick(400) * 10000);
-                what = "trim";
-                break;
-            case 10: {
-                MediaBuffer* b = mCache->acquireBuffer(kFrames * 4 * (1 + pick(2)), 0);
-                mCache->releaseBuffer(b);
-                what = "acquire+release";
-                break;
-            }
-            case 11:
-                mCache->updateReadPosition();
-                mCache->getCacheStartTimeUs();
-                mCache->getCacheEndTimeUs();
-                what = "refresh";
-                break;
-        }
-        if (getenv("ROTAVOX_TEST_TRACE")) fprintf(stderr, "step %d op %d\n", step, op);
-        const std::string broken = in().checkInvariants() + inPlayIntact();
-        ASSERT_EQ("", broken) << "after step " << step << " (" << what << ")";
-        if (!mCache->isReadBufferInvalid()) {
-            ASSERT_GE(in().readIndex(), 0);
-        }
-        if (in().activeCount() > 0 && in().continuousIndex() >= 0) {
-            const std::vector<int64_t> now = in().times();
-            ASSERT_EQ(now.back(), mCache->getCacheEndTimeUs());
-            ASSERT_EQ(now[in().continuousIndex()], mCache->getCacheStartTimeUs());
-        }
-    }
+    std::mt19937_64 rng(seed);
+    auto pick = [&](int64_t lo, int64_t hi) { return lo + (int64_t)(rng() % (uint64_t)(hi - lo + 1)); };
+    EXPECT_EQ("", testing::runCacheOperations(mCache, mOwner, 48000, 2, 4000, pick))
+            << "seed " << seed;
 }
 
 using MediaBufferCacheDeathTest = MediaBufferCacheTest;
