@@ -116,22 +116,13 @@ public:
     bool decoding() const { return s->mDecoding.load(); }
     status_t finalStatus() const { return s->mFinalStatus.load(); }
     int32_t generation() const { return s->mDecodeGeneration.load(); }
-    int32_t sampleRate() const { return s->mSampleRate; }
-    int32_t channelCount() const { return s->mChannelCount; }
     bool paused() const { return s->mPaused.load(); }
-    bool started() const { return s->mStarted.load(); }
 
     // The following take the source's lock.
-    int64_t seekTimeUs() { Mutex::Autolock l(s->mLock); return s->mSeekTimeUs; }
-    int64_t lastDecodedUs() { Mutex::Autolock l(s->mLock); return s->mLastDecodedUs; }
     int64_t cacheStartTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheStartTimeUs; }
     int64_t cacheEndTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheEndTimeUs; }
     int64_t readPosUs() { Mutex::Autolock l(s->mLock); return MediaBufferCacheInspector(s->mCache).readPosUs(); }
     bool readBufferInvalid() { Mutex::Autolock l(s->mLock); return s->mCache->isReadBufferInvalid(); }
-    int64_t lastBackfillRequestPosUs() {
-        Mutex::Autolock l(s->mLock);
-        return s->mLastBackfillRequestPosUs;
-    }
     // For a caller that already holds the source's lock, taken through
     // lock(), which the lock analysis cannot tie to the source's own.
     int64_t lastBackfillRequestPosUs_l() NO_THREAD_SAFETY_ANALYSIS {
