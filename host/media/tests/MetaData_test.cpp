@@ -12,7 +12,7 @@
 namespace android {
 namespace {
 
-TEST(MetaDataTest, StringsAndDataAreCopied) {
+TEST(MetaDataTest, StringsAreCopied) {
     MetaDataBase meta;
     char mime[] = "audio/raw";
     meta.setCString(kKeyMIMEType, mime);
@@ -21,46 +21,6 @@ TEST(MetaDataTest, StringsAndDataAreCopied) {
     ASSERT_TRUE(meta.findCString(kKeyMIMEType, &found));
     EXPECT_STREQ("audio/raw", found);
     EXPECT_NE(mime, found);
-
-    uint8_t blob[5] = {1, 2, 3, 4, 5};
-    EXPECT_FALSE(meta.setData(kKeyESDS, kTypeESDS, blob, sizeof(blob)));
-    blob[0] = 99;
-    uint32_t type = 0;
-    const void* data = nullptr;
-    size_t size = 0;
-    ASSERT_TRUE(meta.findData(kKeyESDS, &type, &data, &size));
-    EXPECT_EQ(static_cast<uint32_t>(kTypeESDS), type);
-    ASSERT_EQ(5u, size);
-    EXPECT_EQ(1, static_cast<const uint8_t*>(data)[0]);
-    EXPECT_EQ(5, static_cast<const uint8_t*>(data)[4]);
-}
-
-TEST(MetaDataTest, FloatPointerRectAndArbitraryKeys) {
-    MetaDataBase meta;
-    int anchor = 0;
-    meta.setFloat(kKeyCaptureFramerate, 29.97f);
-    meta.setPointer(kKeyPlatformPrivate, &anchor);
-    meta.setRect(kKeyCropRect, 1, 2, 3, 4);
-    meta.setInt32(0, -1);
-    meta.setInt32(0xDEADBEEF, 7);
-    meta.setInt32('pfmt', 6);
-
-    float f;
-    void* p;
-    int32_t l, t, r, b, v;
-    ASSERT_TRUE(meta.findFloat(kKeyCaptureFramerate, &f));
-    EXPECT_EQ(29.97f, f);
-    ASSERT_TRUE(meta.findPointer(kKeyPlatformPrivate, &p));
-    EXPECT_EQ(&anchor, p);
-    ASSERT_TRUE(meta.findRect(kKeyCropRect, &l, &t, &r, &b));
-    EXPECT_EQ(1, l);
-    EXPECT_EQ(4, b);
-    ASSERT_TRUE(meta.findInt32(0, &v));
-    EXPECT_EQ(-1, v);
-    ASSERT_TRUE(meta.findInt32(0xDEADBEEF, &v));
-    EXPECT_EQ(7, v);
-    ASSERT_TRUE(meta.findInt32(0x70666d74, &v));
-    EXPECT_EQ(6, v);
 }
 
 TEST(MetaDataTest, CopiesAreIndependent) {
