@@ -84,32 +84,6 @@ TEST(MediaBufferTest, ResetClearsMetaAndRestoresTheFullRange) {
     buffer->release();
 }
 
-class CountingObserver : public MediaBufferObserver {
-public:
-    void signalBufferReturned(MediaBufferBase* buffer) override {
-        mReturned.push_back(buffer);
-    }
-    std::vector<MediaBufferBase*> mReturned;
-};
-
-TEST(MediaBufferTest, ObserverGetsTheBufferBackOnLastRelease) {
-    CountingObserver observer;
-    int destroyed = 0;
-    MediaBuffer* buffer = new CountingBuffer(8, &destroyed);
-    buffer->setObserver(&observer);
-    buffer->add_ref();
-    buffer->add_ref();
-    buffer->release();
-    EXPECT_TRUE(observer.mReturned.empty());
-    buffer->release();
-    ASSERT_EQ(1u, observer.mReturned.size());
-    EXPECT_EQ(buffer, observer.mReturned[0]);
-    EXPECT_EQ(0, destroyed);
-    buffer->setObserver(nullptr);
-    buffer->release();
-    EXPECT_EQ(1, destroyed);
-}
-
 TEST(MediaBufferDeathTest, RangeOutsideTheBufferAborts) {
     MediaBuffer* buffer = new MediaBuffer(100);
     EXPECT_DEATH(buffer->set_range(1, 100), "CHECK\\(offset \\+ length <= mSize\\) failed\\.");
