@@ -309,53 +309,6 @@ TEST_F(ExtractorTest, TooSmallBufferLosesNothing) {
     EXPECT_EQ(frame % 65536, frameOfFirstSample(big));
 }
 
-TEST_F(ExtractorTest, TwoSelectedTracksInterleaveByTime) {
-    sp<NuMediaExtractor> ex = open("twotracks.mkv");
-    ASSERT_NE(nullptr, ex.get());
-    ASSERT_EQ(2u, ex->countTracks());
-    size_t index;
-    EXPECT_EQ(ERROR_END_OF_STREAM, ex->getSampleTrackIndex(&index));  // none selected
-    ASSERT_EQ(OK, ex->selectTrack(0));
-    ASSERT_EQ(OK, ex->selectTrack(1));
-    int64_t lastUs = -1;
-    int counts[2] = {0, 0};
-    sp<ABuffer> buffer = new ABuffer(1 << 20);
-    while (ex->getSampleTrackIndex(&index) == OK) {
-        int64_t t;
-        ASSERT_EQ(OK, ex->getSampleTime(&t));
-        EXPECT_GE(t, lastUs);
-        lastUs = t;
-        ASSERT_LT(index, 2u);
-        ++counts[index];
-        const status_t advanced = ex->advance();
-        if (advanced != OK) {
-            EXPECT_EQ(ERROR_END_OF_STREAM, advanced);
-            break;
-        }
-    }
-    EXPECT_GT(counts[0], 10);
-    EXPECT_EQ(counts[0], counts[1]);
-    ASSERT_EQ(OK, ex->unselectTrack(0));
-    ASSERT_EQ(OK, ex->seekTo(0, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC));
-    ASSERT_EQ(OK, ex->getSampleTrackIndex(&index));
-    EXPECT_EQ(1u, index);
-}
-
-// ---- Descriptors, byte ranges and data sources. ----
-
-// embedded.bin holds flac16.flac between padding; embedded.txt says where.
-// Opens the descriptor, or returns -1 with a test failure.
-int openEmbedded(long long* offset, long long* length) {
-    std::ifstream txt(fixturePath("embedded.txt"));
-    if (!(txt >> *offset >> *length)) {
-        ADD_FAILURE() << "embedded.txt is unreadable";
-        return -1;
-    }
-    int fd = ::open(fixturePath("embedded.bin").c_str(), O_RDONLY);
-    EXPECT_GE(fd, 0);
-    return fd;
-}
-
 TEST_F(ExtractorTest, DescriptorRangePlaysTheEmbeddedFile) {
     long long offset = 0, length = 0;
     int fd = openEmbedded(&offset, &length);
