@@ -309,6 +309,21 @@ TEST_F(ExtractorTest, TooSmallBufferLosesNothing) {
     EXPECT_EQ(frame % 65536, frameOfFirstSample(big));
 }
 
+// ---- Descriptors, byte ranges and data sources. ----
+
+// embedded.bin holds flac16.flac between padding; embedded.txt says where.
+// Opens the descriptor, or returns -1 with a test failure.
+int openEmbedded(long long* offset, long long* length) {
+    std::ifstream txt(fixturePath("embedded.txt"));
+    if (!(txt >> *offset >> *length)) {
+        ADD_FAILURE() << "embedded.txt is unreadable";
+        return -1;
+    }
+    int fd = ::open(fixturePath("embedded.bin").c_str(), O_RDONLY);
+    EXPECT_GE(fd, 0);
+    return fd;
+}
+
 TEST_F(ExtractorTest, DescriptorRangePlaysTheEmbeddedFile) {
     long long offset = 0, length = 0;
     int fd = openEmbedded(&offset, &length);
