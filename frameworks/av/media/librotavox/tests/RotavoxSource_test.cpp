@@ -42,6 +42,15 @@ bool waitUntil(const std::function<bool()>& done, int timeoutMs = 10000) {
     return testing::waitUntil(done, std::chrono::milliseconds(timeoutMs));
 }
 
+// Upstream PCM at |rate| Hz in buffers of |framesPerBuffer|, |totalFrames| long.
+SyntheticPcmConfig pcm(int32_t rate, int64_t framesPerBuffer, int64_t totalFrames) {
+    SyntheticPcmConfig config;
+    config.sampleRate = rate;
+    config.framesPerBuffer = framesPerBuffer;
+    config.totalFrames = totalFrames;
+    return config;
+}
+
 class RotavoxSourceTest : public ::testing::Test {
 protected:
     void TearDown() override {
@@ -239,10 +248,8 @@ int checkBackward(const std::vector<int>& v, int framesPerBuffer, std::string* e
 }
 
 TEST_F(RotavoxSourceTest, BackwardAtNormalSpeedIsTheInputReversedAcrossRefills) {
-    SyntheticPcmConfig config;
-    config.sampleRate = 8000;  // frame indices stay positive 16-bit values
-    config.framesPerBuffer = 160;
-    config.totalFrames = 32000;
+    // 8 kHz: frame indices stay positive 16-bit values.
+    SyntheticPcmConfig config = pcm(8000, 160, 32000);
     make(config, "300000/1000000/500000");
     mSource->rewind(0);
     mSource->setPlaybackRatePermille(-1000);
@@ -279,10 +286,7 @@ TEST_F(RotavoxSourceTest, BackwardAtNormalSpeedIsTheInputReversedAcrossRefills) 
 class RotavoxSourceRateTest : public RotavoxSourceTest {
 protected:
     void SetUp() override {
-        SyntheticPcmConfig config;
-        config.sampleRate = 8000;
-        config.framesPerBuffer = 160;
-        config.totalFrames = 32000;
+        SyntheticPcmConfig config = pcm(8000, 160, 32000);
         make(config, "1000000/3000000/500000");
     }
 };
@@ -332,10 +336,7 @@ TEST_F(RotavoxSourceRateTest, HalfSpeedRepeatsEveryInputFrameOnce) {
 TEST_F(RotavoxSourceTest, TenTimesForwardAndBackward) {
     // 4 kHz keeps 8 s of frame indices inside int16; a cache from 0 s never
     // needs a backward refill, so the only joins are between cached buffers.
-    SyntheticPcmConfig config;
-    config.sampleRate = 4000;
-    config.framesPerBuffer = 80;
-    config.totalFrames = 32000;
+    SyntheticPcmConfig config = pcm(4000, 80, 32000);
     make(config, "2000000/4000000/500000");
     positionAndFill(0);
     mSource->setPlaybackRatePermille(10000);
@@ -416,9 +417,8 @@ TEST_F(RotavoxSourceRateTest, ZeroTargetCyclesAroundZeroWithoutStopping) {
 // Cache filling decisions
 
 TEST_F(RotavoxSourceTest, FirstPositionSeeksPrerollBeforeAndJumpRestarts) {
-    SyntheticPcmConfig config;
-    config.framesPerBuffer = 960;  // 20 ms: buffer times land on the grid
-    config.totalFrames = 48000 * 60;
+    // 20 ms buffers: buffer times land on the grid.
+    SyntheticPcmConfig config = pcm(48000, 960, 48000 * 60);
     make(config, "1500000/3000000/4000000");
     mUpstream->closeGate();
     mSource->setPosition(6000000);
@@ -457,10 +457,7 @@ TEST_F(RotavoxSourceTest, FirstPositionSeeksPrerollBeforeAndJumpRestarts) {
 }
 
 TEST_F(RotavoxSourceTest, LowWaterResumesWithoutSeekAndCacheFullStops) {
-    SyntheticPcmConfig config;
-    config.sampleRate = 8000;
-    config.framesPerBuffer = 160;
-    config.totalFrames = 8000 * 30;
+    SyntheticPcmConfig config = pcm(8000, 160, 8000 * 30);
     make(config, "500000/1000000/200000");
     LogCapture log;
     positionAndFill(1000000);
@@ -493,9 +490,7 @@ int fakeTimeOfDay(struct timeval* tv, void*) {
 }
 
 TEST_F(RotavoxSourceTest, BackwardRefillIsRequestedNearTheStartAndThrottled) {
-    SyntheticPcmConfig config;
-    config.framesPerBuffer = 960;
-    config.totalFrames = 48000 * 60;
+    SyntheticPcmConfig config = pcm(48000, 960, 48000 * 60);
     make(config, "1500000/3000000/4000000");
     in().setTimeOfDay(&fakeTimeOfDay);
     gFakeWallClockUs = 1000000;  // a stamp of 16960: 1e6 mod 65536
@@ -603,7 +598,6 @@ TEST_F(RotavoxSourceTest, PendingCacheWorkCountsPositionsAndDecodeChains) {
 
 TEST_F(RotavoxSourceTest, NoRefillWhenTheCacheStartsWithin300ms) {
     SyntheticPcmConfig config;
-    make(config, "1500000/3000000/4000000");
     config.framesPerBuffer = 960;
     make(config, "1500000/3000000/4000000");
     positionAndFill(4300000);  // grid 4.2 s, decoded from 200 ms
@@ -617,10 +611,7 @@ TEST_F(RotavoxSourceTest, NoRefillWhenTheCacheStartsWithin300ms) {
 }
 
 TEST_F(RotavoxSourceTest, EndOfStreamKeepsPlayingTheTail) {
-    SyntheticPcmConfig config;
-    config.sampleRate = 8000;
-    config.framesPerBuffer = 160;
-    config.totalFrames = 8000;
+    SyntheticPcmConfig config = pcm(8000, 160, 8000);
     config.formatChangesAfterSeek = 2;
     make(config, "300000/5000000/500000");
     positionAndFill(0);
@@ -644,10 +635,7 @@ TEST_F(RotavoxSourceTest, EndOfStreamKeepsPlayingTheTail) {
 // for a file shorter than a decoder's burst, nothing reads again: the cache
 // stays empty and the source produces nothing until the next position.
 TEST_F(RotavoxSourceTest, AnEarlyEndOfStreamAtTheFirstReadLeavesTheCacheEmpty) {
-    SyntheticPcmConfig config;
-    config.sampleRate = 8000;
-    config.framesPerBuffer = 800;
-    config.totalFrames = 1600;  // 0.2 s
+    SyntheticPcmConfig config = pcm(8000, 800, 1600);  // 0.2 s
     config.failAtRead = 1;      // the early report; the audio follows it
     config.failStatus = ERROR_END_OF_STREAM;
     make(config, NULL);
@@ -727,9 +715,7 @@ TEST_F(RotavoxSourceTest, StopEndsTheDecodeLoopWithoutReading) {
 }
 
 TEST_F(RotavoxSourceTest, SeekDuringAReadDiscardsItsBuffer) {
-    SyntheticPcmConfig config;
-    config.framesPerBuffer = 960;
-    config.totalFrames = 48000 * 60;
+    SyntheticPcmConfig config = pcm(48000, 960, 48000 * 60);
     make(config, "1500000/2000000/500000");
     mUpstream->closeGate();
     mSource->setPosition(1000000);
