@@ -294,16 +294,13 @@ TEST(AudioDecoderSetupTest, LoopersAndStates) {
     EXPECT_STREQ("RotavoxAudioDecoder", Peer::looper(raw.get())->getName());
     // No codec, so its looper is never named or started.
     EXPECT_STRNE("RotavoxDecoder-CL", Peer::codecLooper(raw.get())->getName());
-    EXPECT_EQ(NO_INIT, Peer::initStatus(raw.get()));
     EXPECT_EQ(OK, raw->start(nullptr));
     EXPECT_EQ(OK, raw->stop());
     EXPECT_EQ(ERROR_UNSUPPORTED, raw->pause());
 
     sp<AudioDecoder> coded = openDecoder("mp3.mp3");
     EXPECT_STREQ("RotavoxDecoder-CL", Peer::codecLooper(coded.get())->getName());
-    EXPECT_EQ(OK, Peer::initStatus(coded.get()));
     EXPECT_EQ(OK, coded->start(nullptr));
-    // stop and start again: decoding starts afresh and still works.
     EXPECT_EQ(OK, coded->stop());
 }
 
@@ -650,7 +647,6 @@ TEST_F(AudioDecoderFlowTest, ReaderWaitingAtTheEndHearsOfItBeforeTheFinalBuffer)
     reader.join();
     EXPECT_EQ(ERROR_END_OF_STREAM, readerStatus);
     EXPECT_EQ(nullptr, readerBuffer);
-    EXPECT_TRUE(Peer::outputEOS(mDecoder.get()));
     EXPECT_EQ(1u, Peer::queuedBuffers(mDecoder.get()));
 
     // The final buffer is still there for the next read, then the end again.
@@ -757,8 +753,6 @@ TEST_F(AudioDecoderFlowTest, CodecErrorOnlyLogs) {
     mDecoder->onMessageReceived(err);
     EXPECT_TRUE(log.contains("AudioDecoder", "Decoder reported error : 0x80001001",
                              ANDROID_LOG_ERROR));
-    EXPECT_FALSE(Peer::outputEOS(mDecoder.get()));
-    EXPECT_FALSE(Peer::inputEOS(mDecoder.get()));
     EXPECT_EQ(0u, Peer::queuedBuffers(mDecoder.get()));
 
     // Decoding goes on as before.
@@ -798,7 +792,6 @@ TEST(AudioDecoderRawTest, LargeSamplesAreReadWholeAndTheLastIsDropped) {
     sp<NuMediaExtractor> extractor = openExtractor(path, -1, &selected);
     ASSERT_TRUE(selected);
     sp<AudioDecoder> decoder = new AudioDecoder(extractor);
-    ASSERT_TRUE(Peer::rawPCM(decoder.get()));
     ASSERT_EQ(OK, decoder->start(nullptr));
     EXPECT_EQ(AUDIO_FORMAT_PCM_16_BIT, pfmtOf(decoder));
 
@@ -818,7 +811,6 @@ TEST(AudioDecoderRawTest, LargeSamplesAreReadWholeAndTheLastIsDropped) {
     }
     EXPECT_EQ(1, log.count("AudioDecoder", "Extractor advance reach end of stream!",
                            ANDROID_LOG_WARN));
-    EXPECT_TRUE(Peer::inputEOS(decoder.get()));
 
     // A seek clears the end and reads the same blocks again.
     MediaSource::ReadOptions options;
@@ -924,9 +916,6 @@ TEST_F(AudioDecoderDeathTest, RawSeekRepositionsAndRepliesOk) {
     ASSERT_TRUE(buffer->meta_data().findInt64(kKeyTime, &timeUs));
     EXPECT_NEAR(1000000, timeUs, 100000);
     buffer->release();
-    // No codec, so nothing clears the seek mark; harmless without callbacks.
-    EXPECT_TRUE(Peer::seeking(mDecoder.get()));
-    EXPECT_FALSE(Peer::inputEOS(mDecoder.get()));
 }
 
 }  // namespace

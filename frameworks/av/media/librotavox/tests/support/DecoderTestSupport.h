@@ -57,10 +57,7 @@ struct AudioDecoderTestPeer {
     static sp<MediaCodec> codec(AudioDecoder *d) { return d->mCodec; }
     static sp<NuMediaExtractor> extractor(AudioDecoder *d) { return d->mExtractor; }
     static status_t initStatus(AudioDecoder *d) { return d->mInitStatus; }
-    static bool rawPCM(AudioDecoder *d) { return d->mRawPCM; }
     static bool seeking(AudioDecoder *d) { return d->mSeeking; }
-    static bool inputEOS(AudioDecoder *d) { return d->mInputEOS; }
-    static bool outputEOS(AudioDecoder *d) { return d->mOutputEOS; }
     static status_t handleAnInputBuffer(AudioDecoder *d, size_t index) {
         return d->handleAnInputBuffer(index);
     }
