@@ -93,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // as a leak to the fuzzer and slow every run.
     android::testing::LogCapture log;
     sp<NuMediaExtractor> extractor = new NuMediaExtractor;
-    if (extractor->setDataSource(new MemoryDataSource(data, size)) != OK) {
+    if (extractor->setDataSource(new testing::MemoryDataSource(data, size)) != OK) {
         return 0;
     }
     if (selectAudioTrack(extractor) < 0) {

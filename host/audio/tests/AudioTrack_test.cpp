@@ -441,7 +441,6 @@ TEST(AudioTrackTransport, ABlockedHookDoesNotBlockOtherThreadsCalls) {
     AudioPlaybackRate rate = AUDIO_PLAYBACK_RATE_DEFAULT;
     rate.mSpeed = rate.mPitch = 1.5f;
     EXPECT_EQ(NO_ERROR, track->setPlaybackRate(rate));
-    EXPECT_EQ(OK, track->setVolume(0.5f));
     uint32_t position;
     EXPECT_EQ(OK, track->getPosition(&position));
     EXPECT_EQ(INVALID_OPERATION, track->start()) << "already active";
@@ -479,7 +478,7 @@ TEST(AudioTrackTransport, LastReferenceDroppedInsideTheHook) {
     EXPECT_EQ(1, source.calls.load());
 }
 
-TEST(AudioTrackRate, PlaybackRateAndVolumeFollowThePlatformsRules) {
+TEST(AudioTrackRate, PlaybackRateFollowsThePlatformsRules) {
     HostAudioOptions options;
     options.sink = "null";
     HostAudioOptionsScope scope(options);
@@ -490,7 +489,6 @@ TEST(AudioTrackRate, PlaybackRateAndVolumeFollowThePlatformsRules) {
     EXPECT_EQ(NO_ERROR, fast->setPlaybackRate(rate)) << "the default is always accepted";
     rate.mSpeed = rate.mPitch = 2.0f;
     EXPECT_EQ(INVALID_OPERATION, fast->setPlaybackRate(rate)) << "fast tracks do not stretch";
-    EXPECT_EQ(INVALID_OPERATION, fast->setSampleRate(22050));
     EXPECT_TRUE(isAudioPlaybackRateEqual(AUDIO_PLAYBACK_RATE_DEFAULT, fast->getPlaybackRate()));
 
     sp<AudioTrack> mixed = makeTrack(&source, 44100, AUDIO_FORMAT_PCM_16_BIT,
@@ -502,13 +500,6 @@ TEST(AudioTrackRate, PlaybackRateAndVolumeFollowThePlatformsRules) {
     LogCapture log;
     EXPECT_EQ(INVALID_OPERATION, mixed->setPlaybackRate(rate));
     EXPECT_TRUE(log.contains("AudioTrack", "no time stretcher"));
-    EXPECT_EQ(BAD_VALUE, mixed->setVolume(-0.1f));
-    EXPECT_EQ(BAD_VALUE, mixed->setVolume(0.5f, 1.5f));
-    EXPECT_EQ(OK, mixed->setVolume(0.25f, 1.0f));
-    EXPECT_EQ(BAD_VALUE, mixed->setSampleRate(0));
-    EXPECT_EQ(OK, mixed->setSampleRate(22050));
-    EXPECT_EQ(22050u, mixed->getSampleRate());
-    EXPECT_EQ(44100u, mixed->getOriginalSampleRate());
 }
 
 // The engine's track has no options: the properties choose its sink.

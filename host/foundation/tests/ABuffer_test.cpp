@@ -52,14 +52,12 @@ TEST(ABufferTest, CreateAsCopyOwnsAnIndependentCopy) {
     EXPECT_NE(reinterpret_cast<uint8_t *>(source), copy->base());
 }
 
-TEST(ABufferTest, MetaAndInt32DataStayWithTheBuffer) {
+TEST(ABufferTest, MetaStaysWithTheBuffer) {
     sp<ABuffer> buffer = new ABuffer(1);
     buffer->meta()->setInt64("timeUs", 1234);
     int64_t timeUs = 0;
     EXPECT_TRUE(buffer->meta()->findInt64("timeUs", &timeUs));
     EXPECT_EQ(1234, timeUs);
-    buffer->setInt32Data(-9);
-    EXPECT_EQ(-9, buffer->int32Data());
 }
 
 TEST(ABufferDeathTest, OffsetBeyondCapacityAborts) {

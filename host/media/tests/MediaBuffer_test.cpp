@@ -24,16 +24,8 @@ private:
     int* mDestroyed;
 };
 
-TEST(MediaBufferTest, ReleaseWithoutReferencesDestroys) {
-    int destroyed = 0;
-    MediaBufferBase* buffer = new CountingBuffer(16, &destroyed);
-    EXPECT_EQ(0, buffer->refcount());
-    buffer->release();
-    EXPECT_EQ(1, destroyed);
-}
-
 TEST(MediaBufferTest, EachAddRefDefersDestructionByOneRelease) {
-    for (int refs = 1; refs <= 3; ++refs) {
+    for (int refs = 0; refs <= 3; ++refs) {
         int destroyed = 0;
         MediaBufferBase* buffer = new CountingBuffer(16, &destroyed);
         for (int i = 0; i < refs; ++i) buffer->add_ref();
@@ -47,25 +39,19 @@ TEST(MediaBufferTest, EachAddRefDefersDestructionByOneRelease) {
     }
 }
 
-TEST(MediaBufferTest, WrappedMemoryStaysTheCallers) {
+TEST(MediaBufferTest, WrappedMemoryStaysTheCallersAndCreatedMemoryIsWritable) {
     // Were the buffer to free this array, ASan would report it.
     uint8_t external[32];
     memset(external, 7, sizeof(external));
     int destroyed = 0;
     MediaBufferBase* buffer = new CountingBuffer(external, sizeof(external), &destroyed);
     EXPECT_EQ(external, buffer->data());
-    EXPECT_EQ(32u, buffer->size());
-    EXPECT_EQ(0u, buffer->range_offset());
     EXPECT_EQ(32u, buffer->range_length());
     buffer->release();
     EXPECT_EQ(1, destroyed);
     EXPECT_EQ(7, external[31]);
-}
 
-TEST(MediaBufferTest, CreateOwnsWritableMemoryOfTheRequestedSize) {
-    MediaBufferBase* buffer = MediaBufferBase::Create(4096);
-    ASSERT_NE(nullptr, buffer->data());
-    EXPECT_EQ(4096u, buffer->size());
+    buffer = MediaBufferBase::Create(4096);
     EXPECT_EQ(4096u, buffer->range_length());
     memset(buffer->data(), 0x11, buffer->size());  // ASan checks the extent
     buffer->release();
@@ -96,32 +82,6 @@ TEST(MediaBufferTest, ResetClearsMetaAndRestoresTheFullRange) {
     EXPECT_FALSE(buffer->meta_data().findInt64(kKeyTime, &timeUs));
     EXPECT_FALSE(buffer->meta_data().hasData(kKeyIsSyncFrame));
     buffer->release();
-}
-
-class CountingObserver : public MediaBufferObserver {
-public:
-    void signalBufferReturned(MediaBufferBase* buffer) override {
-        mReturned.push_back(buffer);
-    }
-    std::vector<MediaBufferBase*> mReturned;
-};
-
-TEST(MediaBufferTest, ObserverGetsTheBufferBackOnLastRelease) {
-    CountingObserver observer;
-    int destroyed = 0;
-    MediaBuffer* buffer = new CountingBuffer(8, &destroyed);
-    buffer->setObserver(&observer);
-    buffer->add_ref();
-    buffer->add_ref();
-    buffer->release();
-    EXPECT_TRUE(observer.mReturned.empty());
-    buffer->release();
-    ASSERT_EQ(1u, observer.mReturned.size());
-    EXPECT_EQ(buffer, observer.mReturned[0]);
-    EXPECT_EQ(0, destroyed);
-    buffer->setObserver(nullptr);
-    buffer->release();
-    EXPECT_EQ(1, destroyed);
 }
 
 TEST(MediaBufferDeathTest, RangeOutsideTheBufferAborts) {

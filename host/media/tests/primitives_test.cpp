@@ -130,37 +130,6 @@ TEST(PrimitivesTest, FloatToI16RoundsToNearestAndClamps) {
     }
 }
 
-TEST(PrimitivesTest, I16ToOtherFormatsAtHandValues) {
-    const int16_t src[] = {-32768, -1, 0, 256, 0x1234, 32767};
-
-    uint8_t u8[6];
-    memcpy_to_u8_from_i16(u8, src, 6);
-    const uint8_t u8Expected[] = {0x00, 0x7F, 0x80, 0x81, 0x92, 0xFF};
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(u8Expected[i], u8[i]) << i;
-
-    uint8_t p24[18];
-    memcpy_to_p24_from_i16(p24, src, 6);
-    const uint8_t p24Expected[] = {0x00, 0x00, 0x80, 0x00, 0xFF, 0xFF, 0x00, 0x00, 0x00,
-                                   0x00, 0x00, 0x01, 0x00, 0x34, 0x12, 0x00, 0xFF, 0x7F};
-    EXPECT_EQ(0, memcmp(p24Expected, p24, sizeof(p24)));
-
-    int32_t i32[6];
-    memcpy_to_i32_from_i16(i32, src, 6);
-    const int32_t i32Expected[] = {INT32_MIN, -65536, 0, 0x01000000, 0x12340000, 0x7FFF0000};
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(i32Expected[i], i32[i]) << i;
-
-    int32_t q[6];
-    memcpy_to_q8_23_from_i16(q, src, 6);
-    const int32_t qExpected[] = {-0x00800000, -256, 0, 0x00010000, 0x00123400, 0x007FFF00};
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(qExpected[i], q[i]) << i;
-
-    float f[6];
-    memcpy_to_float_from_i16(f, src, 6);
-    const float fExpected[] = {-1.0f, -1.0f / 32768, 0.0f, 1.0f / 128, 4660.0f / 32768,
-                               32767.0f / 32768};
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(fExpected[i], f[i]) << i;
-}
-
 // Widening to any format and narrowing back must give every 16-bit value
 // back unchanged.
 TEST(PrimitivesTest, EverySixteenBitValueSurvivesARoundTrip) {

@@ -95,29 +95,10 @@ struct CodecClient : public AHandler {
     status_t start() { return mCodec->start(); }
 
     // Waits until the end-of-stream output arrived; false on time-out.
-    bool waitForEos(std::chrono::seconds timeout = std::chrono::seconds(60)) {
-        Mutex::Autolock autoLock(mLock);
-        const nsecs_t deadline =
-                systemTime() + std::chrono::nanoseconds(testing::stretched(timeout)).count();
-        while (!mEos) {
-            nsecs_t left = deadline - systemTime();
-            if (left <= 0) return false;
-            mCondition.waitRelative(mLock, left);
-        }
-        return true;
-    }
-
+    bool waitForEos() { return waitFor([this] { return mEos; }); }
     // Waits until at least |bytes| of PCM came out (or the end).
-    bool waitForBytes(size_t bytes, std::chrono::seconds timeout = std::chrono::seconds(60)) {
-        Mutex::Autolock autoLock(mLock);
-        const nsecs_t deadline =
-                systemTime() + std::chrono::nanoseconds(testing::stretched(timeout)).count();
-        while (mPcm.size() < bytes && !mEos) {
-            nsecs_t left = deadline - systemTime();
-            if (left <= 0) return false;
-            mCondition.waitRelative(mLock, left);
-        }
-        return mPcm.size() >= bytes;
+    bool waitForBytes(size_t bytes) {
+        return waitFor([&] { return mPcm.size() >= bytes || mEos; }) && mPcm.size() >= bytes;
     }
 
     // On the client's looper, as a decoder does it: reposition the extractor,
@@ -151,7 +132,6 @@ struct CodecClient : public AHandler {
     // Error callbacks without "err" or "actionCode", and the last "err".
     int incompleteErrors() const { Mutex::Autolock l(mLock); return mIncompleteErrors; }
     status_t lastError() const { Mutex::Autolock l(mLock); return mLastError; }
-    int formatChanges() const { Mutex::Autolock l(mLock); return mFormatChanges; }
 
     // Optional: alters a sample before it is queued (index of the sample).
     std::function<void(size_t, uint8_t*, size_t)> mCorrupt;
@@ -202,8 +182,6 @@ protected:
                     break;
                 }
                 if (err != OK) {
-                    Mutex::Autolock autoLock(mLock);
-                    ++mReadErrors;
                     mCodec->queueInputBuffer(index, 0, 0, 0, 0);
                     break;
                 }
@@ -255,17 +233,24 @@ protected:
                 mLastError = err;
                 break;
             }
-            case MediaCodec::CB_OUTPUT_FORMAT_CHANGED: {
-                Mutex::Autolock autoLock(mLock);
-                ++mFormatChanges;
-                break;
-            }
             default:
                 break;
         }
     }
 
 private:
+    // Waits on the output's condition until |done| holds (read under mLock).
+    bool waitFor(const std::function<bool()>& done) {
+        Mutex::Autolock autoLock(mLock);
+        const nsecs_t deadline = systemTime() + testing::stretchedNs(60000000000LL);
+        while (!done()) {
+            const nsecs_t left = deadline - systemTime();
+            if (left <= 0) return false;
+            mCondition.waitRelative(mLock, left);
+        }
+        return true;
+    }
+
     sp<ALooper> mLooper;
     sp<ALooper> mCodecLooper;
     // Touched on the client's looper only.
@@ -280,8 +265,6 @@ private:
     int mErrors = 0;
     int mIncompleteErrors = 0;
     status_t mLastError = OK;
-    int mReadErrors = 0;
-    int mFormatChanges = 0;
 };
 
 }  // namespace testing

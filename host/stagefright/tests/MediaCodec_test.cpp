@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <errno.h>
-#include <math.h>
 #include <string.h>
 
 #include <cstdint>
@@ -62,33 +61,6 @@ Decoded decodeFixture(const std::string& name, int audioIndex = 0, int32_t pcmEn
     return d;
 }
 
-// Largest normalised cross-correlation of a against b over lags in
-// [-maxLag, maxLag] frames, on the first channel of interleaved data.
-double bestCorrelation(const std::vector<int16_t>& a, const std::vector<int16_t>& b,
-                       int channels, int maxLag, int* bestLagOut) {
-    const long na = a.size() / channels, nb = b.size() / channels;
-    double best = -1;
-    for (int lag = -maxLag; lag <= maxLag; ++lag) {
-        double sab = 0, saa = 0, sbb = 0;
-        for (long i = 0; i < na; ++i) {
-            long j = i + lag;
-            if (j < 0 || j >= nb) continue;
-            double x = a[i * channels], y = b[j * channels];
-            sab += x * y;
-            saa += x * x;
-            sbb += y * y;
-        }
-        if (saa > 0 && sbb > 0) {
-            double c = sab / sqrt(saa * sbb);
-            if (c > best) {
-                best = c;
-                *bestLagOut = lag;
-            }
-        }
-    }
-    return best;
-}
-
 class CodecTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -105,6 +77,10 @@ struct LosslessCase {
     const char* refFormat;
     int bitWidth;
 };
+
+// Named by their file: gtest would otherwise print the structs' bytes,
+// padding included, which memcheck rightly calls uninitialised.
+void PrintTo(const LosslessCase& c, std::ostream* os) { *os << c.file; }
 
 class LosslessTest : public CodecTest, public ::testing::WithParamInterface<LosslessCase> {};
 
@@ -151,62 +127,8 @@ INSTANTIATE_TEST_SUITE_P(
                     info.param.refFormat;
         });
 
-// ---- Lossy: the same music as the ffmpeg tool hears. ----
-
-struct LossyCase {
-    const char* file;
-    int channels;
-    // The stream declares its encoder delay and padding: the decode lines up
-    // with the tool's to the frame, at the start and at the end.
-    bool trimmed = true;
-    // The time of the first frame out.  WMA's decoder gives nothing for its
-    // first two packets, and the tool's output starts where it begins too.
-    int64_t firstUs = 0;
-};
-
-// Named by their file: gtest would otherwise print the structs' bytes,
-// padding included, which memcheck rightly calls uninitialised.
-void PrintTo(const LosslessCase& c, std::ostream* os) { *os << c.file; }
-void PrintTo(const LossyCase& c, std::ostream* os) { *os << c.file; }
-
-class LossyTest : public CodecTest, public ::testing::WithParamInterface<LossyCase> {};
-
-TEST_P(LossyTest, CorrelatesWithFfmpeg) {
-    const LossyCase& c = GetParam();
-    Decoded d = decodeFixture(c.file, 0, 2);
-    ASSERT_EQ(OK, d.err);
-    ASSERT_TRUE(d.eos);
-    EXPECT_EQ(0, d.errors);
-    std::vector<int16_t> ours = asS16(d.pcm);
-    std::vector<int16_t> ref = asS16(referenceDecode(fixturePath(c.file), "s16le"));
-    ASSERT_FALSE(ref.empty());
-    const long framesOurs = ours.size() / c.channels, framesRef = ref.size() / c.channels;
-    int lag = 0;
-    double corr = bestCorrelation(ref, ours, c.channels, 2200, &lag);
-    EXPECT_GT(corr, 0.99) << "lag " << lag;
-    if (c.trimmed) {
-        EXPECT_EQ(framesRef, framesOurs) << "frames";
-        EXPECT_EQ(0, lag);
-        // The first frame out is at the stream's start, whoever dropped the
-        // priming before it (FFmpeg's AAC and Opus decoders do it themselves).
-        ASSERT_FALSE(d.outputs.empty());
-        EXPECT_EQ(c.firstUs, d.outputs[0].timeUs);
-    } else {
-        EXPECT_NEAR(framesRef, framesOurs, 4096) << "frames";
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Fixtures, LossyTest,
-        ::testing::Values(LossyCase{"mp3.mp3", 2}, LossyCase{"mp3mono.mp3", 1},
-                          LossyCase{"aac.m4a", 2}, LossyCase{"vorbis.ogg", 2},
-                          LossyCase{"opus.opus", 2}, LossyCase{"wma.wma", 2, true, 92000},
-                          LossyCase{"video.mp4", 2}),
-        [](const ::testing::TestParamInfo<LossyCase>& info) {
-            std::string n = info.param.file;
-            for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
-            return n;
-        });
+// Lossy files go through the codec in AudioDecoder_test, against the same
+// tool and to the frame.
 
 // ---- Time stamps, flush, errors. ----
 

@@ -25,6 +25,7 @@
 
 #include "Fixtures.h"
 #include "LogCapture.h"
+#include "MemoryDataSource.h"
 
 namespace android {
 namespace {
@@ -187,60 +188,8 @@ TEST_F(ExtractorTest, VideoTrackHasAVideoMime) {
     EXPECT_EQ(-ERANGE, ex->selectTrack(2));
 }
 
-TEST_F(ExtractorTest, FormatConvertsToMetaData) {
-    sp<NuMediaExtractor> ex = open("wav24.wav");
-    ASSERT_NE(nullptr, ex.get());
-    sp<AMessage> format;
-    ASSERT_EQ(OK, ex->getTrackFormat(0, &format));
-    sp<MetaData> meta = new MetaData;
-    convertMessageToMetaData(format, meta);
-    const char* mime = nullptr;
-    int32_t rate = 0, channels = 0, bits = 0, maxInput = 0;
-    int64_t durationUs = 0;
-    ASSERT_TRUE(meta->findCString(kKeyMIMEType, &mime));
-    EXPECT_STREQ("audio/raw", mime);
-    EXPECT_TRUE(meta->findInt32(kKeySampleRate, &rate));
-    EXPECT_EQ(44100, rate);
-    EXPECT_TRUE(meta->findInt32(kKeyChannelCount, &channels));
-    EXPECT_EQ(2, channels);
-    EXPECT_TRUE(meta->findInt32(kKeyBitsPerSample, &bits));
-    EXPECT_EQ(24, bits);
-    EXPECT_TRUE(meta->findInt64(kKeyDuration, &durationUs));
-    EXPECT_NEAR(3000000, durationUs, 100);
-    EXPECT_TRUE(meta->findInt32(kKeyMaxInputSize, &maxInput));
-}
-
-// ---- Raw PCM: the bytes the ffmpeg tool decodes, in our layout. ----
-
-struct RawCase {
-    const char* file;
-    const char* refFormat;
-};
-
-class RawTest : public ExtractorTest, public ::testing::WithParamInterface<RawCase> {};
-
-TEST_P(RawTest, SamplesEqualFfmpegDecode) {
-    sp<NuMediaExtractor> ex = open(GetParam().file);
-    ASSERT_NE(nullptr, ex.get());
-    ASSERT_EQ(OK, ex->selectTrack(0));
-    std::vector<uint8_t> ours = readAll(ex);
-    std::vector<uint8_t> ref = referenceDecode(fixturePath(GetParam().file), GetParam().refFormat);
-    ASSERT_FALSE(ref.empty());
-    ASSERT_EQ(ref.size(), ours.size());
-    EXPECT_TRUE(ref == ours);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Fixtures, RawTest,
-        ::testing::Values(RawCase{"wav16.wav", "s16le"}, RawCase{"wav8.wav", "u8"},
-                          RawCase{"wav24.wav", "s24le"}, RawCase{"wav32.wav", "s32le"},
-                          RawCase{"wavfloat.wav", "s32le"}, RawCase{"wav16mono.wav", "s16le"},
-                          RawCase{"aiff16.aiff", "s16le"}, RawCase{"aiff24.aiff", "s24le"}),
-        [](const ::testing::TestParamInfo<RawCase>& info) {
-            std::string n = info.param.file;
-            for (char& ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
-            return n;
-        });
+// Raw PCM against the ffmpeg tool's decode: AudioDecoder_test, every raw
+// fixture; DataSourceFeedsTheDemuxer below, to the last sample.
 
 // ---- Seeking, checked against the position the samples carry. ----
 
@@ -360,38 +309,6 @@ TEST_F(ExtractorTest, TooSmallBufferLosesNothing) {
     EXPECT_EQ(frame % 65536, frameOfFirstSample(big));
 }
 
-TEST_F(ExtractorTest, TwoSelectedTracksInterleaveByTime) {
-    sp<NuMediaExtractor> ex = open("twotracks.mkv");
-    ASSERT_NE(nullptr, ex.get());
-    ASSERT_EQ(2u, ex->countTracks());
-    size_t index;
-    EXPECT_EQ(ERROR_END_OF_STREAM, ex->getSampleTrackIndex(&index));  // none selected
-    ASSERT_EQ(OK, ex->selectTrack(0));
-    ASSERT_EQ(OK, ex->selectTrack(1));
-    int64_t lastUs = -1;
-    int counts[2] = {0, 0};
-    sp<ABuffer> buffer = new ABuffer(1 << 20);
-    while (ex->getSampleTrackIndex(&index) == OK) {
-        int64_t t;
-        ASSERT_EQ(OK, ex->getSampleTime(&t));
-        EXPECT_GE(t, lastUs);
-        lastUs = t;
-        ASSERT_LT(index, 2u);
-        ++counts[index];
-        const status_t advanced = ex->advance();
-        if (advanced != OK) {
-            EXPECT_EQ(ERROR_END_OF_STREAM, advanced);
-            break;
-        }
-    }
-    EXPECT_GT(counts[0], 10);
-    EXPECT_EQ(counts[0], counts[1]);
-    ASSERT_EQ(OK, ex->unselectTrack(0));
-    ASSERT_EQ(OK, ex->seekTo(0, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC));
-    ASSERT_EQ(OK, ex->getSampleTrackIndex(&index));
-    EXPECT_EQ(1u, index);
-}
-
 // ---- Descriptors, byte ranges and data sources. ----
 
 // embedded.bin holds flac16.flac between padding; embedded.txt says where.
@@ -482,30 +399,6 @@ TEST_F(ExtractorTest, BadDescriptorsAndRangesAreRefused) {
     EXPECT_GE(log.count("", "", ANDROID_LOG_ERROR), 6);
 }
 
-// An in-memory DataSource, optionally failing after some bytes.
-class MemorySource : public DataSource {
-public:
-    MemorySource(std::vector<uint8_t> bytes, off64_t failAfter = -1)
-        : mBytes(std::move(bytes)), mFailAfter(failAfter) {}
-    status_t initCheck() const override { return OK; }
-    ssize_t readAt(off64_t offset, void* data, size_t size) override {
-        if (mFailAfter >= 0 && offset + (off64_t)size > mFailAfter) return ERROR_IO;
-        if (offset < 0) return ERROR_IO;
-        if ((size_t)offset >= mBytes.size()) return 0;
-        size = std::min(size, mBytes.size() - (size_t)offset);
-        memcpy(data, mBytes.data() + offset, size);
-        return size;
-    }
-    status_t getSize(off64_t* size) override {
-        *size = mBytes.size();
-        return OK;
-    }
-
-private:
-    std::vector<uint8_t> mBytes;
-    off64_t mFailAfter;
-};
-
 std::vector<uint8_t> fileBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
@@ -513,14 +406,14 @@ std::vector<uint8_t> fileBytes(const std::string& path) {
 
 TEST_F(ExtractorTest, DataSourceFeedsTheDemuxer) {
     sp<NuMediaExtractor> ex = new NuMediaExtractor;
-    ASSERT_EQ(OK, ex->setDataSource(new MemorySource(fileBytes(fixturePath("aiff16.aiff")))));
+    ASSERT_EQ(OK, ex->setDataSource(new testing::MemoryDataSource(fileBytes(fixturePath("aiff16.aiff")))));
     ASSERT_EQ(OK, ex->selectTrack(0));
     std::vector<uint8_t> ours = readAll(ex);
     EXPECT_TRUE(ours == referenceDecode(fixturePath("aiff16.aiff"), "s16le"));
 
     // A source that fails to read is an error status, not a crash.
     ex = new NuMediaExtractor;
-    EXPECT_NE(OK, ex->setDataSource(new MemorySource(fileBytes(fixturePath("mp3.mp3")), 0)));
+    EXPECT_NE(OK, ex->setDataSource(new testing::MemoryDataSource(fileBytes(fixturePath("mp3.mp3")), 0)));
     // A FileSource over a range.
     ex = new NuMediaExtractor;
     EXPECT_NE(OK, ex->setDataSource(new FileSource(fixturePath("no-such-file.mp3").c_str())));

@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -63,6 +64,31 @@ inline std::vector<uint8_t> referenceDecode(const std::string& path, const std::
         out.clear();
     }
     return out;
+}
+
+// The best normalised correlation of |a| against |b| shifted by up to
+// |maxLag| samples either way: how a lossy decode is compared with the
+// reference, which may start a few samples apart.
+inline double bestCorrelation(const std::vector<double>& a, const std::vector<double>& b,
+                              int maxLag, int* bestLag = nullptr) {
+    double best = -2;
+    for (int lag = -maxLag; lag <= maxLag; ++lag) {
+        double ab = 0, aa = 0, bb = 0;
+        for (size_t i = 0; i < a.size(); ++i) {
+            const long j = (long)i + lag;
+            if (j < 0 || j >= (long)b.size()) continue;
+            ab += a[i] * b[j];
+            aa += a[i] * a[i];
+            bb += b[j] * b[j];
+        }
+        if (aa == 0 || bb == 0) continue;
+        const double c = ab / std::sqrt(aa * bb);
+        if (c > best) {
+            best = c;
+            if (bestLag != nullptr) *bestLag = lag;
+        }
+    }
+    return best;
 }
 
 }  // namespace testing

@@ -9,6 +9,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <thread>
 
 namespace android {
 namespace testing {
@@ -30,6 +32,18 @@ std::chrono::duration<Rep, Period> stretched(std::chrono::duration<Rep, Period> 
 // The same for the platform's nanosecond counts (nsecs_t).
 inline int64_t stretchedNs(int64_t deadlineNs) {
     return deadlineNs * timeFactor();
+}
+
+// Polls |done| every millisecond until it holds or the stretched |timeout|
+// passes; for state that offers nothing to wait on.  False on timeout.
+inline bool waitUntil(const std::function<bool()>& done,
+                      std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+    const auto deadline = std::chrono::steady_clock::now() + stretched(timeout);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
 }
 
 }  // namespace testing

@@ -263,13 +263,8 @@ TEST_F(RotavoxJniCallsTest, PositionsGoInAsMillisecondsAndComeOutAsMicroseconds)
     ASSERT_EQ(OK, native<jint (*)(JNIEnv*, jobject)>("nativePrepare")(&gEnv, thiz()));
     // The scratch source takes a new position on its own thread.
     auto positionBecomes = [&](jlong expectedUs) {
-        const auto end =
-                std::chrono::steady_clock::now() + testing::stretched(std::chrono::seconds(5));
-        while (getPosition(&gEnv, thiz()) != expectedUs) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        return true;
+        return testing::waitUntil([&] { return getPosition(&gEnv, thiz()) == expectedUs; },
+                                  std::chrono::seconds(5));
     };
     EXPECT_EQ(OK, setPosition(&gEnv, thiz(), 1200));
     EXPECT_TRUE(positionBecomes(1200000)) << getPosition(&gEnv, thiz());

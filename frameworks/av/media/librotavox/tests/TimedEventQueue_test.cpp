@@ -501,11 +501,7 @@ TEST(TimedEventQueueThreadTest, StopWithoutFlushLetsARunningFireEnd) {
     queue.postEvent(running);
     const auto behindId = queue.postEvent(behind);
     queue.start();
-    const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + kGuardNs;
-    while (!began && systemTime(SYSTEM_TIME_MONOTONIC) < deadline) {
-        std::this_thread::sleep_for(1ms);
-    }
-    ASSERT_TRUE(began);
+    ASSERT_TRUE(testing::waitUntil([&] { return began.load(); }));
     queue.stop(false);  // returns once the thread, and so the fire, has ended
     EXPECT_TRUE(stopSeen);
     EXPECT_EQ(log.tags(), (std::vector<int>{1}));

@@ -16,11 +16,6 @@
 namespace android {
 namespace decodertest {
 
-std::string fixturePath(const std::string &name) {
-    const char *dir = getenv("ROTAVOX_FIXTURES");
-    return std::string(dir != nullptr ? dir : "fixtures") + "/" + name;
-}
-
 sp<NuMediaExtractor> openExtractor(const std::string &path, ssize_t track, bool *selected) {
     if (selected != nullptr) *selected = false;
     sp<NuMediaExtractor> extractor = new NuMediaExtractor;
@@ -38,24 +33,6 @@ sp<NuMediaExtractor> openExtractor(const std::string &path, ssize_t track, bool 
         }
     }
     return extractor;
-}
-
-std::vector<uint8_t> referenceDecode(const std::string &path, const std::string &sampleFormat,
-                                     int stream) {
-    std::string codec = "pcm_" + sampleFormat;
-    std::string cmd = "ffmpeg -nostdin -hide_banner -loglevel error -i '" + path +
-                      "' -map 0:a:" + std::to_string(stream) + " -c:a " + codec + " -f " +
-                      sampleFormat + " -";
-    std::vector<uint8_t> out;
-    FILE *pipe = popen(cmd.c_str(), "r");
-    if (pipe == nullptr) return out;
-    uint8_t chunk[65536];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof(chunk), pipe)) > 0) {
-        out.insert(out.end(), chunk, chunk + n);
-    }
-    if (pclose(pipe) != 0) out.clear();
-    return out;
 }
 
 std::string sampleFormatForPfmt(int32_t pfmt) {
@@ -143,28 +120,6 @@ std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int
         out.push_back(v);
     }
     return out;
-}
-
-double bestCorrelation(const std::vector<double> &a, const std::vector<double> &b, int maxLag,
-                       int *bestLag) {
-    double best = -2;
-    for (int lag = -maxLag; lag <= maxLag; ++lag) {
-        double ab = 0, aa = 0, bb = 0;
-        for (size_t i = 0; i < a.size(); ++i) {
-            const long j = (long)i + lag;
-            if (j < 0 || j >= (long)b.size()) continue;
-            ab += a[i] * b[j];
-            aa += a[i] * a[i];
-            bb += b[j] * b[j];
-        }
-        if (aa == 0 || bb == 0) continue;
-        const double c = ab / std::sqrt(aa * bb);
-        if (c > best) {
-            best = c;
-            if (bestLag != nullptr) *bestLag = lag;
-        }
-    }
-    return best;
 }
 
 MessageCollector::MessageCollector() {}

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "AudioDecoder.h"
+#include "Fixtures.h"
 
 namespace android {
 
@@ -56,10 +57,7 @@ struct AudioDecoderTestPeer {
     static sp<MediaCodec> codec(AudioDecoder *d) { return d->mCodec; }
     static sp<NuMediaExtractor> extractor(AudioDecoder *d) { return d->mExtractor; }
     static status_t initStatus(AudioDecoder *d) { return d->mInitStatus; }
-    static bool rawPCM(AudioDecoder *d) { return d->mRawPCM; }
     static bool seeking(AudioDecoder *d) { return d->mSeeking; }
-    static bool inputEOS(AudioDecoder *d) { return d->mInputEOS; }
-    static bool outputEOS(AudioDecoder *d) { return d->mOutputEOS; }
     static status_t handleAnInputBuffer(AudioDecoder *d, size_t index) {
         return d->handleAnInputBuffer(index);
     }
@@ -70,18 +68,15 @@ struct AudioDecoderTestPeer {
 
 namespace decodertest {
 
-std::string fixturePath(const std::string &name);
+using testing::bestCorrelation;
+using testing::fixturePath;
+using testing::referenceDecode;
 
 // Opens |path| and selects its first audio track (or track |track| when >= 0).
 // Returns null when the file does not open; *selected tells whether a track
 // was selected.
 sp<NuMediaExtractor> openExtractor(const std::string &path, ssize_t track = -1,
                                    bool *selected = nullptr);
-
-// The first audio stream of |path| decoded by the ffmpeg tool to interleaved
-// PCM in |sampleFormat| ("u8", "s16le", "s24le", "s32le").  Empty on failure.
-std::vector<uint8_t> referenceDecode(const std::string &path, const std::string &sampleFormat,
-                                     int stream = 0);
 
 // ffmpeg's name for the packed PCM that an audio_format_t number stands for.
 std::string sampleFormatForPfmt(int32_t pfmt);
@@ -104,11 +99,6 @@ Decoded drain(const sp<AudioDecoder> &decoder, int maxReads = 1000000,
 // doubles in [-1, 1).
 std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int channels,
                               int channel);
-
-// The best normalised correlation of |a| against |b| shifted by up to
-// |maxLag| samples either way.
-double bestCorrelation(const std::vector<double> &a, const std::vector<double> &b,
-                       int maxLag, int *bestLag = nullptr);
 
 // Collects messages posted to it, on a looper of its own.
 struct MessageCollector : public AHandler {

@@ -39,14 +39,10 @@ public:
     int continuousIndex() const { return indexOf(c->mNodeContinuousFrom); }
     int readIndex() const { return indexOf(c->mReadNode); }
     size_t activeCount() const { return c->mActiveBuffers.size(); }
-    size_t freeCount() const { return c->mFreeBuffers.size(); }
     MediaBuffer* retiredBuffer() const { return c->mRetiredBuffer; }
     int64_t readPosUs() const { return c->mReadPosUs; }
     void setReadPosUs(int64_t v) { c->mReadPosUs = v; }
     uint32_t cachedBytes() const { return c->mCachedBytes; }
-    int64_t freeBufferCount() const { return c->mFreeBufferCount; }
-    int32_t frameSize() const { return c->mFrameSize; }
-    float usPerFrame() const { return c->mUsPerFrame; }
     uint32_t sampleSize() const { return c->mSampleSize; }
     int64_t cacheStartField() const { return c->mCacheStartUs; }
     int64_t cacheEndField() const { return c->mCacheEndUs; }
@@ -120,22 +116,13 @@ public:
     bool decoding() const { return s->mDecoding.load(); }
     status_t finalStatus() const { return s->mFinalStatus.load(); }
     int32_t generation() const { return s->mDecodeGeneration.load(); }
-    int32_t sampleRate() const { return s->mSampleRate; }
-    int32_t channelCount() const { return s->mChannelCount; }
     bool paused() const { return s->mPaused.load(); }
-    bool started() const { return s->mStarted.load(); }
 
     // The following take the source's lock.
-    int64_t seekTimeUs() { Mutex::Autolock l(s->mLock); return s->mSeekTimeUs; }
-    int64_t lastDecodedUs() { Mutex::Autolock l(s->mLock); return s->mLastDecodedUs; }
     int64_t cacheStartTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheStartTimeUs; }
     int64_t cacheEndTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheEndTimeUs; }
     int64_t readPosUs() { Mutex::Autolock l(s->mLock); return MediaBufferCacheInspector(s->mCache).readPosUs(); }
     bool readBufferInvalid() { Mutex::Autolock l(s->mLock); return s->mCache->isReadBufferInvalid(); }
-    int64_t lastBackfillRequestPosUs() {
-        Mutex::Autolock l(s->mLock);
-        return s->mLastBackfillRequestPosUs;
-    }
     // For a caller that already holds the source's lock, taken through
     // lock(), which the lock analysis cannot tie to the source's own.
     int64_t lastBackfillRequestPosUs_l() NO_THREAD_SAFETY_ANALYSIS {

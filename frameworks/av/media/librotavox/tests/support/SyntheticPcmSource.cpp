@@ -126,17 +126,11 @@ status_t SyntheticPcmSource::read(MediaBufferBase** buffer, const ReadOptions* o
     mSeeksEntered.push_back(seekUs);
     mChanged.notify_all();
 
-    mChanged.wait(lock, [this] { return !mGateClosed || mAllowed > 0; });
-    if (mGateClosed) {
-        --mAllowed;
-    }
+    mChanged.wait(lock, [this] { return !mGateClosed; });
 
     if (seekUs >= 0) {
-        const int64_t precision = mConfig.seekPrecisionFrames > 0 ? mConfig.seekPrecisionFrames
-                                                                  : mConfig.framesPerBuffer;
-        int64_t target = seekUs * mConfig.sampleRate / 1000000;
-        int64_t landing = target / precision * precision;
-        landing = landing / mConfig.framesPerBuffer * mConfig.framesPerBuffer;
+        const int64_t target = seekUs * mConfig.sampleRate / 1000000;
+        const int64_t landing = target / mConfig.framesPerBuffer * mConfig.framesPerBuffer;
         mNextFrame = landing < 0 ? 0 : landing;
         mPendingFormatChanges = mConfig.formatChangesAfterSeek;
     }
@@ -175,18 +169,11 @@ status_t SyntheticPcmSource::read(MediaBufferBase** buffer, const ReadOptions* o
 void SyntheticPcmSource::closeGate() {
     std::lock_guard<std::mutex> lock(mMutex);
     mGateClosed = true;
-    mAllowed = 0;
 }
 
 void SyntheticPcmSource::openGate() {
     std::lock_guard<std::mutex> lock(mMutex);
     mGateClosed = false;
-    mChanged.notify_all();
-}
-
-void SyntheticPcmSource::allowReads(int count) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mAllowed += count;
     mChanged.notify_all();
 }
 

@@ -26,9 +26,6 @@ struct SyntheticPcmConfig {
     bool announceSampleRate = true;  // put kKeySampleRate into getFormat()
     int64_t framesPerBuffer = 1024;
     int64_t totalFrames = 48000 * 10;
-    // A seek lands on the start of a buffer at or before the target, rounded
-    // down further to a multiple of this many frames (0: buffer precision).
-    int64_t seekPrecisionFrames = 0;
     // INFO_FORMAT_CHANGED answers after start and after every seek, before
     // the first buffer, as a decoder gives while it settles.
     int formatChangesAfterSeek = 0;
@@ -55,11 +52,9 @@ public:
     sp<MetaData> getFormat() override;
     status_t read(MediaBufferBase** buffer, const ReadOptions* options = NULL) override;
 
-    // Reads block while the gate is closed, except for the number of reads
-    // allowed through with allowReads().
+    // Reads block while the gate is closed.
     void closeGate();
     void openGate();
-    void allowReads(int count);
 
     // Waits (on a condition, bounded) until |count| reads have entered read().
     bool waitForReadsEntered(int count, int timeoutMs = 10000);
@@ -96,7 +91,6 @@ private:
     int64_t mNextFrame = 0;
     int mPendingFormatChanges = 0;
     bool mGateClosed = false;
-    int mAllowed = 0;
     int mReadsEntered = 0;
     int mReadsDone = 0;
     int mStops = 0;
