@@ -42,6 +42,8 @@ struct Delivery {
     int32_t sender;
     int64_t atUs;
     pid_t tid;
+    std::string thread;
+    int nice;
 };
 
 // Records every message it receives and lets a test wait for a count.
@@ -82,6 +84,10 @@ protected:
         msg->findInt32("sender", &d.sender);
         d.atUs = ALooper::GetNowUs();
         d.tid = currentTid();
+        char name[17] = {};
+        prctl(PR_GET_NAME, name, 0, 0, 0);
+        d.thread = name;
+        d.nice = getpriority(PRIO_PROCESS, d.tid);
         {
             Mutex::Autolock autoLock(mLock);
             mDeliveries.push_back(d);
@@ -144,18 +150,6 @@ TEST_F(LooperTest, DelayedMessagesArriveInDueOrderAndNotEarly) {
     }
 }
 
-TEST_F(LooperTest, LaterPostWithShorterDelayOvertakesEarlierOne) {
-    ASSERT_EQ(OK, mLooper->start());
-    sp<AMessage> slow = new AMessage('slow', mHandler);
-    sp<AMessage> fast = new AMessage('fast', mHandler);
-    ASSERT_EQ(OK, slow->post(200000));
-    ASSERT_EQ(OK, fast->post(0));
-    ASSERT_TRUE(mHandler->waitForCount(2));
-    std::vector<Delivery> got = mHandler->deliveries();
-    EXPECT_EQ((uint32_t)'fast', got[0].what);
-    EXPECT_EQ((uint32_t)'slow', got[1].what);
-}
-
 TEST_F(LooperTest, EqualDueTimesKeepPostingOrderPerSender) {
     const int kSenders = 4;
     const int kPerSender = 300;
@@ -185,57 +179,16 @@ TEST_F(LooperTest, EqualDueTimesKeepPostingOrderPerSender) {
     EXPECT_FALSE(mHandler->mOverlapSeen);
 }
 
-TEST_F(LooperTest, DeliversOneAtATimeOnANamedThreadWithItsPriority) {
+TEST_F(LooperTest, DeliversOnANamedThreadWithItsPriority) {
     // Lowering a thread's priority is always permitted, so the request is
     // observable on any host.
     ASSERT_EQ(OK, mLooper->start(false, false, PRIORITY_LOWEST));
-
-    struct Probe : public AHandler {
-        Mutex mLock;  // guards the fields below
-        Condition mDone;
-        bool mReady = false;
-        std::string mName;
-        int mNice = 0;
-        pid_t mTid = 0;
-
-    protected:
-        void onMessageReceived(const sp<AMessage> &) override {
-            char name[17] = {};
-            prctl(PR_GET_NAME, name, 0, 0, 0);
-            Mutex::Autolock autoLock(mLock);
-            mName = name;
-            errno = 0;
-            mNice = getpriority(PRIO_PROCESS, currentTid());
-            mTid = currentTid();
-            mReady = true;
-            mDone.broadcast();
-        }
-    };
-    sp<Probe> probe = new Probe;
-    mLooper->registerHandler(probe);
-    ASSERT_EQ(OK, sp<AMessage>(new AMessage('prob', probe))->post());
-    {
-        Mutex::Autolock autoLock(probe->mLock);
-        while (!probe->mReady) {
-            ASSERT_EQ(OK, probe->mDone.waitRelative(probe->mLock, kWaitNs));
-        }
-        EXPECT_EQ("fnd-test", probe->mName);
-        EXPECT_EQ(PRIORITY_LOWEST, probe->mNice);
-        EXPECT_NE(currentTid(), probe->mTid);
-    }
-    mLooper->unregisterHandler(probe->id());
-}
-
-TEST_F(LooperTest, StartTwiceAndStopWhenIdleAreRefused) {
-    EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
-    ASSERT_EQ(OK, mLooper->start());
-    EXPECT_EQ(INVALID_OPERATION, mLooper->start());
-    EXPECT_EQ(OK, mLooper->stop());
-    EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
-    // A stopped looper can run again.
-    ASSERT_EQ(OK, mLooper->start());
-    ASSERT_EQ(OK, sp<AMessage>(new AMessage('agn', mHandler))->post());
-    EXPECT_TRUE(mHandler->waitForCount(1));
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('prob', mHandler))->post());
+    ASSERT_TRUE(mHandler->waitForCount(1));
+    const Delivery d = mHandler->deliveries()[0];
+    EXPECT_EQ("fnd-test", d.thread);
+    EXPECT_EQ(PRIORITY_LOWEST, d.nice);
+    EXPECT_NE(currentTid(), d.tid);
 }
 
 // Signals when the last reference to it goes away.
@@ -245,8 +198,12 @@ struct Sentinel : public RefBase {
     std::atomic<bool> *mGone;
 };
 
+// Start and stop are refused when they would do nothing; stop joins the
+// thread and drops what is queued; a stopped looper can run again.
 TEST_F(LooperTest, StopJoinsAndDropsQueuedMessages) {
+    EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
     ASSERT_EQ(OK, mLooper->start());
+    EXPECT_EQ(INVALID_OPERATION, mLooper->start());
     std::atomic<bool> gone{false};
     {
         sp<AMessage> msg = new AMessage('late', mHandler);
@@ -260,6 +217,10 @@ TEST_F(LooperTest, StopJoinsAndDropsQueuedMessages) {
     EXPECT_TRUE(gone);
     EXPECT_EQ(0u, mHandler->count());
     EXPECT_EQ(0, hostLooperPendingMessages("fnd-test"));
+    EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
+    ASSERT_EQ(OK, mLooper->start());
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('agn', mHandler))->post());
+    EXPECT_TRUE(mHandler->waitForCount(1));
 }
 
 // Holds each 'hold' message until released; a 'chain' message posts its
@@ -322,31 +283,6 @@ TEST(LooperStatsTest, PendingMessagesCountQueuedAndInDeliveryUntilHandled) {
     looper->stop();
 }
 
-TEST_F(LooperTest, RunsOnTheCallingThreadUntilStoppedFromAHandler) {
-    struct Stopper : public AHandler {
-        std::atomic<pid_t> mTid{0};
-
-    protected:
-        void onMessageReceived(const sp<AMessage> &) override {
-            mTid = currentTid();
-            looper()->stop();
-        }
-    };
-    sp<Stopper> stopper = new Stopper;
-    mLooper->registerHandler(stopper);
-    ASSERT_EQ(OK, sp<AMessage>(new AMessage('stop', stopper))->post());
-    pid_t runnerTid = 0;
-    status_t runResult = UNKNOWN_ERROR;
-    std::thread runner([&] {
-        runnerTid = currentTid();
-        runResult = mLooper->start(true /* runOnCallingThread */);
-    });
-    runner.join();
-    EXPECT_EQ(OK, runResult);
-    EXPECT_EQ(runnerTid, stopper->mTid.load());
-    mLooper->unregisterHandler(stopper->id());
-}
-
 TEST_F(LooperTest, UnregisteredHandlerGetsNothingAndPostFails) {
     testing::LogCapture log;
     ASSERT_EQ(OK, mLooper->start());
@@ -369,20 +305,6 @@ TEST_F(LooperTest, UnregisteredHandlerGetsNothingAndPostFails) {
     ASSERT_TRUE(mHandler->waitForCount(1));
     EXPECT_EQ(0u, other->count());
     EXPECT_TRUE(log.contains("AMessage", "unregistered"));
-}
-
-TEST_F(LooperTest, PostFailsOnceTheLooperIsGone) {
-    sp<RecordingHandler> orphan = new RecordingHandler;
-    {
-        sp<ALooper> looper = new ALooper;
-        looper->registerHandler(orphan);
-        ASSERT_EQ(OK, looper->start());
-    }
-    EXPECT_EQ(NULL, orphan->looper().get());
-    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('orph', orphan))->post());
-    sp<AMessage> response;
-    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('orph', orphan))->postAndAwaitResponse(&response));
-    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('none', NULL))->post());
 }
 
 TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
@@ -419,7 +341,12 @@ TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
         }
     }
     EXPECT_EQ(NULL, weak.promote().get());
+    // With the looper gone, its handler can no longer be reached.
+    EXPECT_EQ(NULL, owner->looper().get());
     EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('aftr', owner))->post());
+    sp<AMessage> response;
+    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('aftr', owner))->postAndAwaitResponse(&response));
+    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('none', NULL))->post());
 }
 
 // Answers every request with twice its value, from the looper thread or
@@ -503,7 +430,10 @@ TEST_F(ReplyTest, ManyThreadsEachGetTheirOwnAnswer) {
     EXPECT_EQ(-EBUSY, mDoubler->mDuplicateReplyResult.load());
 }
 
+// A plain post awaits nothing; a reply from another thread wakes the sender,
+// which is answered after the plain post.
 TEST_F(ReplyTest, ReplyFromAnotherThreadWakesTheSender) {
+    ASSERT_EQ(OK, sp<AMessage>(new AMessage('plan', mDoubler))->post());
     sp<AMessage> request = new AMessage('dbl ', mDoubler);
     request->setInt32("value", 21);
     request->setInt32("replyElsewhere", 1);
@@ -512,52 +442,22 @@ TEST_F(ReplyTest, ReplyFromAnotherThreadWakesTheSender) {
     int32_t doubled = 0;
     ASSERT_TRUE(response->findInt32("doubled", &doubled));
     EXPECT_EQ(42, doubled);
-}
-
-TEST_F(ReplyTest, PlainPostDoesNotAwaitAResponse) {
-    ASSERT_EQ(OK, sp<AMessage>(new AMessage('plan', mDoubler))->post());
-    // A synchronous request afterwards is answered after the plain one.
-    sp<AMessage> request = new AMessage('dbl ', mDoubler);
-    request->setInt32("value", 1);
-    sp<AMessage> response;
-    ASSERT_EQ(OK, request->postAndAwaitResponse(&response));
     EXPECT_FALSE(mDoubler->mPlainPostAwaited);
 }
 
-TEST(ReplyStopTest, StoppingTheLooperReleasesAWaitingSender) {
-    // A handler that never answers; the sender must come back with an error
-    // once the looper stops instead of waiting forever.
-    struct Silent : public AHandler {
-        Mutex mLock;  // guards mGot
-        Condition mGotIt;
-        bool mGot = false;
-
-    protected:
-        void onMessageReceived(const sp<AMessage> &) override {
-            Mutex::Autolock autoLock(mLock);
-            mGot = true;
-            mGotIt.broadcast();
-        }
-    };
-    sp<ALooper> looper = new ALooper;
-    sp<Silent> silent = new Silent;
-    looper->registerHandler(silent);
-    ASSERT_EQ(OK, looper->start());
+TEST_F(LooperTest, StoppingTheLooperReleasesAWaitingSender) {
+    // The recording handler never answers; the sender must come back with
+    // an error once the looper stops instead of waiting forever.
+    ASSERT_EQ(OK, mLooper->start());
     status_t result = OK;
     std::thread sender([&] {
         sp<AMessage> response;
-        result = sp<AMessage>(new AMessage('wait', silent))->postAndAwaitResponse(&response);
+        result = sp<AMessage>(new AMessage('wait', mHandler))->postAndAwaitResponse(&response);
     });
-    {
-        Mutex::Autolock autoLock(silent->mLock);
-        while (!silent->mGot) {
-            ASSERT_EQ(OK, silent->mGotIt.waitRelative(silent->mLock, kWaitNs));
-        }
-    }
-    ASSERT_EQ(OK, looper->stop());
+    ASSERT_TRUE(mHandler->waitForCount(1));
+    ASSERT_EQ(OK, mLooper->stop());
     sender.join();
     EXPECT_EQ(-ENOENT, result);
-    looper->unregisterHandler(silent->id());
 }
 
 // The reflector's target; counts what reaches it.
