@@ -29,6 +29,7 @@
 #include <cutils/properties.h>
 #include <media/AudioTrack.h>
 #include <HostLooperStats.h>
+#include <HostMediaStats.h>
 #include <media/HostAudioSink.h>
 #include <media/MediaPlayerInterface.h>
 #include <media/stagefright/FileSource.h>
@@ -689,7 +690,16 @@ TEST_F(RotavoxTest, ForwardThenRewindPlaysTheFileThenItsReversal) {
     auto waitForDecoder = [] {
         ASSERT_TRUE(hostLooperWaitIdle("RotavoxSource", std::chrono::steady_clock::now() + 20s));
     };
+    // The first period can come before play has posted its seek to the
+    // source's looper, which is then idle with nothing decoded; wait for
+    // decoding to begin, so that the idle wait covers the whole first chain.
+    std::atomic<int64_t> framesBeforePlay{-1};
     options.periodHook = [&](const HostAudioPeriod& period) {
+        const int64_t before = framesBeforePlay.exchange(-1);
+        if (before >= 0) {
+            ASSERT_TRUE(android::testing::waitUntil(
+                    [&] { return hostMediaDecodedFrames() != before; }, 20s));
+        }
         waitForDecoder();
         std::lock_guard<std::mutex> l(lock);
         if (!turned && period.deliveredFrames >= kTurnFrames) {
@@ -706,6 +716,7 @@ TEST_F(RotavoxTest, ForwardThenRewindPlaysTheFileThenItsReversal) {
     ASSERT_EQ(OK, player.setDataSource(fixture("wav16.wav").c_str()));
     ASSERT_EQ(OK, player.prepare());
     waitForDecoder();
+    framesBeforePlay = hostMediaDecodedFrames();
     ASSERT_EQ(OK, player.forward(1000));
     {
         std::unique_lock<std::mutex> l(lock);
