@@ -17,6 +17,9 @@
 #include <thread>
 #include <vector>
 
+#include <media/HostAudioSink.h>
+
+#include "Fixtures.h"
 #include "LogCapture.h"
 #include "TestTime.h"
 
@@ -216,6 +219,13 @@ protected:
         RotavoxJniTest::TearDown();
     }
     jobject thiz() { return reinterpret_cast<jobject>(&mObject); }
+    void openAndPrepare(const char* file) {
+        ASSERT_EQ(0, native<jint (*)(JNIEnv*, jobject)>("nativeSetup")(&gEnv, thiz()));
+        FakeString path{testing::fixturePath(file)};
+        ASSERT_EQ(OK, native<jint (*)(JNIEnv*, jobject, jstring)>("nativeSetDataSource")(
+                              &gEnv, thiz(), reinterpret_cast<jstring>(&path)));
+        ASSERT_EQ(OK, native<jint (*)(JNIEnv*, jobject)>("nativePrepare")(&gEnv, thiz()));
+    }
 
     static std::vector<void*>* sMethods;
     FakeObject mObject;
@@ -256,11 +266,7 @@ TEST_F(RotavoxJniCallsTest, PositionsGoInAsMillisecondsAndComeOutAsMicroseconds)
     EXPECT_EQ(NO_INIT, setPosition(&gEnv, thiz(), 700));
     EXPECT_EQ(0, mLog.count("RotavoxJNI", ""));
 
-    const char* dir = getenv("ROTAVOX_FIXTURES");
-    FakeString path{std::string(dir ? dir : "fixtures") + "/wav16.wav"};
-    ASSERT_EQ(OK, native<jint (*)(JNIEnv*, jobject, jstring)>("nativeSetDataSource")(
-                          &gEnv, thiz(), reinterpret_cast<jstring>(&path)));
-    ASSERT_EQ(OK, native<jint (*)(JNIEnv*, jobject)>("nativePrepare")(&gEnv, thiz()));
+    openAndPrepare("wav16.wav");
     // The scratch source takes a new position on its own thread.
     auto positionBecomes = [&](jlong expectedUs) {
         return testing::waitUntil([&] { return getPosition(&gEnv, thiz()) == expectedUs; },
@@ -273,6 +279,28 @@ TEST_F(RotavoxJniCallsTest, PositionsGoInAsMillisecondsAndComeOutAsMicroseconds)
 
     native<void (*)(JNIEnv*, jobject)>("nativeFinalize")(&gEnv, thiz());
     EXPECT_EQ(0, mObject.nativeData64);
+}
+
+// The watchdog hears every call the application makes, a seek included: an
+// application that only seeks past the end (ignored, so the record plays on)
+// is still there.  It checks every 500 ms; the calls come every 100 ms.
+TEST_F(RotavoxJniCallsTest, EveryKindOfCallKeepsTheWatchdogQuiet) {
+    HostAudioOptions options;
+    options.sink = "null";  // at the pace of real time
+    HostAudioOptionsScope scope(options);
+    openAndPrepare("flac16.flac");
+    auto forward = native<jint (*)(JNIEnv*, jobject, jint)>("nativeForward");
+    auto setPosition = native<jint (*)(JNIEnv*, jobject, jlong)>("nativeSetPosition");
+    ASSERT_EQ(OK, forward(&gEnv, thiz(), 1000));
+    for (bool seeks : {false, true}) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1200);
+        while (std::chrono::steady_clock::now() < end) {
+            ASSERT_EQ(OK, seeks ? setPosition(&gEnv, thiz(), 10000) : forward(&gEnv, thiz(), 1000));
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    }
+    EXPECT_GT(native<jlong (*)(JNIEnv*, jobject)>("nativeGetPosition")(&gEnv, thiz()), 0);
+    EXPECT_EQ(0, mLog.count("Rotavox", "no call from app"));
 }
 
 }  // namespace
