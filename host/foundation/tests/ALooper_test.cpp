@@ -13,8 +13,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,7 +37,6 @@ pid_t currentTid() {
 }
 
 struct Delivery {
-    uint32_t what;
     int32_t seq;
     int32_t sender;
     int64_t atUs;
@@ -63,11 +62,6 @@ struct RecordingHandler : public AHandler {
         return true;
     }
 
-    size_t count() {
-        Mutex::Autolock autoLock(mLock);
-        return mDeliveries.size();
-    }
-
     std::atomic<int> mInFlight{0};
     std::atomic<bool> mOverlapSeen{false};
 
@@ -77,7 +71,6 @@ protected:
             mOverlapSeen = true;
         }
         Delivery d;
-        d.what = msg->what();
         d.seq = -1;
         d.sender = -1;
         msg->findInt32("seq", &d.seq);
@@ -150,10 +143,14 @@ TEST_F(LooperTest, DelayedMessagesArriveInDueOrderAndNotEarly) {
     }
 }
 
-TEST_F(LooperTest, EqualDueTimesKeepPostingOrderPerSender) {
+// Messages due at once are delivered one at a time, in posting order per
+// sender, on the looper's own named thread at the priority it was given.
+TEST_F(LooperTest, EqualDueTimesKeepPostingOrderPerSenderOnTheNamedThread) {
     const int kSenders = 4;
     const int kPerSender = 300;
-    ASSERT_EQ(OK, mLooper->start());
+    // Lowering a thread's priority is always permitted, so the request is
+    // observable on any host.
+    ASSERT_EQ(OK, mLooper->start(false, false, PRIORITY_LOWEST));
     std::vector<std::thread> senders;
     for (int s = 0; s < kSenders; ++s) {
         senders.emplace_back([this, s] {
@@ -175,20 +172,11 @@ TEST_F(LooperTest, EqualDueTimesKeepPostingOrderPerSender) {
         ASSERT_GE(d.sender, 0);
         EXPECT_EQ(next[d.sender], d.seq) << "sender " << d.sender;
         next[d.sender] = d.seq + 1;
+        ASSERT_EQ("fnd-test", d.thread);
+        ASSERT_EQ(PRIORITY_LOWEST, d.nice);
+        ASSERT_NE(currentTid(), d.tid);
     }
     EXPECT_FALSE(mHandler->mOverlapSeen);
-}
-
-TEST_F(LooperTest, DeliversOnANamedThreadWithItsPriority) {
-    // Lowering a thread's priority is always permitted, so the request is
-    // observable on any host.
-    ASSERT_EQ(OK, mLooper->start(false, false, PRIORITY_LOWEST));
-    ASSERT_EQ(OK, sp<AMessage>(new AMessage('prob', mHandler))->post());
-    ASSERT_TRUE(mHandler->waitForCount(1));
-    const Delivery d = mHandler->deliveries()[0];
-    EXPECT_EQ("fnd-test", d.thread);
-    EXPECT_EQ(PRIORITY_LOWEST, d.nice);
-    EXPECT_NE(currentTid(), d.tid);
 }
 
 // Signals when the last reference to it goes away.
@@ -199,8 +187,9 @@ struct Sentinel : public RefBase {
 };
 
 // Start and stop are refused when they would do nothing; stop joins the
-// thread and drops what is queued; a stopped looper can run again.
-TEST_F(LooperTest, StopJoinsAndDropsQueuedMessages) {
+// thread, drops what is queued and releases a sender waiting for an answer
+// that will never come; a stopped looper can run again.
+TEST_F(LooperTest, StopJoinsDropsQueuedMessagesAndReleasesWaiters) {
     EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
     ASSERT_EQ(OK, mLooper->start());
     EXPECT_EQ(INVALID_OPERATION, mLooper->start());
@@ -210,36 +199,35 @@ TEST_F(LooperTest, StopJoinsAndDropsQueuedMessages) {
         msg->setObject("sentinel", new Sentinel(&gone));
         ASSERT_EQ(OK, msg->post(60 * 1000000LL));
     }
-    EXPECT_FALSE(gone);
     EXPECT_EQ(1, hostLooperPendingMessages("fnd-test"));
+    // The recording handler never answers.
+    status_t result = OK;
+    std::thread sender([&] {
+        sp<AMessage> response;
+        result = sp<AMessage>(new AMessage('wait', mHandler))->postAndAwaitResponse(&response);
+    });
+    ASSERT_TRUE(mHandler->waitForCount(1));
+    EXPECT_FALSE(gone);
     ASSERT_EQ(OK, mLooper->stop());
+    sender.join();
+    EXPECT_EQ(-ENOENT, result);
     // The queue let go of the message, and with it of what it carried.
     EXPECT_TRUE(gone);
-    EXPECT_EQ(0u, mHandler->count());
+    EXPECT_EQ(1u, mHandler->deliveries().size());
     EXPECT_EQ(0, hostLooperPendingMessages("fnd-test"));
     EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
     ASSERT_EQ(OK, mLooper->start());
     ASSERT_EQ(OK, sp<AMessage>(new AMessage('agn', mHandler))->post());
-    EXPECT_TRUE(mHandler->waitForCount(1));
+    EXPECT_TRUE(mHandler->waitForCount(2));
 }
 
-// Holds each 'hold' message until released; a 'chain' message posts its
-// follow-up from inside the handler, as a decode loop does.
+// Each 'chan' message posts its follow-up from inside the handler, as a
+// decode loop does, and notes whether the looper ever looked idle meanwhile.
 struct ChainHandler : public AHandler {
-    std::mutex lock;
-    std::condition_variable cond;
-    bool holding = false, released = false;
     std::atomic<int> zeroSeenInChain{0};
 
 protected:
     void onMessageReceived(const sp<AMessage> &msg) override {
-        if (msg->what() == 'hold') {
-            std::unique_lock<std::mutex> l(lock);
-            holding = true;
-            cond.notify_all();
-            cond.wait(l, [&] { return released; });
-            return;
-        }
         int32_t left = 0;
         msg->findInt32("left", &left);
         if (hostLooperPendingMessages("fnd-chain") == 0) zeroSeenInChain++;
@@ -256,27 +244,13 @@ TEST(LooperStatsTest, PendingMessagesCountQueuedAndInDeliveryUntilHandled) {
     looper->setName("fnd-chain");
     sp<ChainHandler> handler = new ChainHandler;
     looper->registerHandler(handler);
-    ASSERT_EQ(OK, looper->start());
-    const auto deadline = [] { return std::chrono::steady_clock::now() + std::chrono::seconds(10); };
-
-    (new AMessage('hold', handler))->post();
-    {
-        std::unique_lock<std::mutex> l(handler->lock);
-        ASSERT_TRUE(handler->cond.wait_until(l, deadline(), [&] { return handler->holding; }));
-    }
-    // In delivery, then one more queued behind it.
-    EXPECT_EQ(1, hostLooperPendingMessages("fnd-chain"));
     sp<AMessage> chain = new AMessage('chan', handler);
     chain->setInt32("left", 50);
     chain->post();
-    EXPECT_EQ(2, hostLooperPendingMessages("fnd-chain"));
-    EXPECT_FALSE(hostLooperWaitIdle("fnd-chain", std::chrono::steady_clock::now()));
-    {
-        std::lock_guard<std::mutex> l(handler->lock);
-        handler->released = true;
-        handler->cond.notify_all();
-    }
-    ASSERT_TRUE(hostLooperWaitIdle("fnd-chain", deadline()));
+    EXPECT_EQ(1, hostLooperPendingMessages("fnd-chain"));
+    ASSERT_EQ(OK, looper->start());
+    ASSERT_TRUE(hostLooperWaitIdle("fnd-chain", std::chrono::steady_clock::now() +
+                                                        std::chrono::seconds(10)));
     // Each link of the chain was still counted while it ran.
     EXPECT_EQ(0, handler->zeroSeenInChain.load());
     looper->unregisterHandler(handler->id());
@@ -303,7 +277,7 @@ TEST_F(LooperTest, UnregisteredHandlerGetsNothingAndPostFails) {
     // A marker due after the queued message proves the looper went past it.
     ASSERT_EQ(OK, sp<AMessage>(new AMessage('mark', mHandler))->post(40000));
     ASSERT_TRUE(mHandler->waitForCount(1));
-    EXPECT_EQ(0u, other->count());
+    EXPECT_EQ(0u, other->deliveries().size());
     EXPECT_TRUE(log.contains("AMessage", "unregistered"));
 }
 
@@ -312,16 +286,12 @@ TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
     // message is being delivered: the looper must stop without joining itself.
     struct Owner : public AHandler {
         sp<ALooper> mOwned;
-        Mutex mLock;  // guards mReleased
-        Condition mDone;
-        bool mReleased = false;
+        std::promise<void> mReleased;
 
     protected:
         void onMessageReceived(const sp<AMessage> &) override {
             mOwned.clear();
-            Mutex::Autolock autoLock(mLock);
-            mReleased = true;
-            mDone.broadcast();
+            mReleased.set_value();
         }
     };
     sp<Owner> owner = new Owner;
@@ -334,18 +304,12 @@ TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
         owner->mOwned = looper;
     }
     ASSERT_EQ(OK, sp<AMessage>(new AMessage('rels', owner))->post());
-    {
-        Mutex::Autolock autoLock(owner->mLock);
-        while (!owner->mReleased) {
-            ASSERT_EQ(OK, owner->mDone.waitRelative(owner->mLock, kWaitNs));
-        }
-    }
+    ASSERT_EQ(std::future_status::ready,
+              owner->mReleased.get_future().wait_for(std::chrono::nanoseconds(kWaitNs)));
     EXPECT_EQ(NULL, weak.promote().get());
     // With the looper gone, its handler can no longer be reached.
     EXPECT_EQ(NULL, owner->looper().get());
     EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('aftr', owner))->post());
-    sp<AMessage> response;
-    EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('aftr', owner))->postAndAwaitResponse(&response));
     EXPECT_EQ(-ENOENT, sp<AMessage>(new AMessage('none', NULL))->post());
 }
 
@@ -354,20 +318,15 @@ TEST(LooperLifetimeTest, LastReferenceDroppedOnItsOwnThreadEndsCleanly) {
 struct Doubler : public AHandler {
     std::vector<std::thread> mRepliers;
     std::atomic<int> mDuplicateReplyResult{OK};
-    std::atomic<bool> mPlainPostAwaited{true};
 
 protected:
     void onMessageReceived(const sp<AMessage> &msg) override {
         sp<AReplyToken> replyID;
-        if (!msg->senderAwaitsResponse(&replyID)) {
-            mPlainPostAwaited = false;
-            return;
-        }
-        int32_t value = 0;
+        CHECK(msg->senderAwaitsResponse(&replyID));
+        int32_t value = 0, elsewhere = 0;
         CHECK(msg->findInt32("value", &value));
         sp<AMessage> response = new AMessage;
         response->setInt32("doubled", value * 2);
-        int32_t elsewhere = 0;
         if (msg->findInt32("replyElsewhere", &elsewhere) && elsewhere) {
             mRepliers.emplace_back([response, replyID] {
                 CHECK_EQ(OK, response->postReply(replyID));
@@ -377,45 +336,26 @@ protected:
         CHECK_EQ(OK, response->postReply(replyID));
         mDuplicateReplyResult = response->postReply(replyID);
         // The token has been consumed from the request.
-        sp<AReplyToken> again;
-        CHECK(!msg->senderAwaitsResponse(&again));
+        CHECK(!msg->senderAwaitsResponse(&replyID));
     }
 };
 
-class ReplyTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        mLooper = new ALooper;
-        mLooper->setName("fnd-reply");
-        mDoubler = new Doubler;
-        mLooper->registerHandler(mDoubler);
-        ASSERT_EQ(OK, mLooper->start());
-    }
-    void TearDown() override {
-        mLooper->stop();
-        for (std::thread &t : mDoubler->mRepliers) {
-            t.join();
-        }
-        mLooper->unregisterHandler(mDoubler->id());
-    }
-
-    sp<ALooper> mLooper;
-    sp<Doubler> mDoubler;
-};
-
-TEST_F(ReplyTest, ManyThreadsEachGetTheirOwnAnswer) {
-    const int kThreads = 6;
-    const int kRequests = 150;
+// Threads asking at once each get their own answer, also when it is posted
+// from another thread; a second reply to one token is refused.
+TEST_F(LooperTest, EachSenderGetsItsOwnAnswer) {
+    sp<Doubler> doubler = new Doubler;
+    mLooper->registerHandler(doubler);
+    ASSERT_EQ(OK, mLooper->start());
     std::atomic<int> mismatches{0};
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
+    for (int t = 0; t < 6; ++t) {
         threads.emplace_back([&, t] {
-            for (int i = 0; i < kRequests; ++i) {
-                int32_t value = t * 100000 + i;
-                sp<AMessage> request = new AMessage('dbl ', mDoubler);
+            for (int i = 0; i < 150; ++i) {
+                int32_t value = t * 100000 + i, doubled = 0;
+                sp<AMessage> request = new AMessage('dbl ', doubler);
                 request->setInt32("value", value);
+                request->setInt32("replyElsewhere", i % 10 == 0);
                 sp<AMessage> response;
-                int32_t doubled = 0;
                 if (request->postAndAwaitResponse(&response) != OK || response == NULL ||
                     !response->findInt32("doubled", &doubled) || doubled != value * 2) {
                     mismatches++;
@@ -426,38 +366,13 @@ TEST_F(ReplyTest, ManyThreadsEachGetTheirOwnAnswer) {
     for (std::thread &t : threads) {
         t.join();
     }
+    mLooper->stop();
+    for (std::thread &t : doubler->mRepliers) {
+        t.join();
+    }
+    mLooper->unregisterHandler(doubler->id());
     EXPECT_EQ(0, mismatches.load());
-    EXPECT_EQ(-EBUSY, mDoubler->mDuplicateReplyResult.load());
-}
-
-// A plain post awaits nothing; a reply from another thread wakes the sender,
-// which is answered after the plain post.
-TEST_F(ReplyTest, ReplyFromAnotherThreadWakesTheSender) {
-    ASSERT_EQ(OK, sp<AMessage>(new AMessage('plan', mDoubler))->post());
-    sp<AMessage> request = new AMessage('dbl ', mDoubler);
-    request->setInt32("value", 21);
-    request->setInt32("replyElsewhere", 1);
-    sp<AMessage> response;
-    ASSERT_EQ(OK, request->postAndAwaitResponse(&response));
-    int32_t doubled = 0;
-    ASSERT_TRUE(response->findInt32("doubled", &doubled));
-    EXPECT_EQ(42, doubled);
-    EXPECT_FALSE(mDoubler->mPlainPostAwaited);
-}
-
-TEST_F(LooperTest, StoppingTheLooperReleasesAWaitingSender) {
-    // The recording handler never answers; the sender must come back with
-    // an error once the looper stops instead of waiting forever.
-    ASSERT_EQ(OK, mLooper->start());
-    status_t result = OK;
-    std::thread sender([&] {
-        sp<AMessage> response;
-        result = sp<AMessage>(new AMessage('wait', mHandler))->postAndAwaitResponse(&response);
-    });
-    ASSERT_TRUE(mHandler->waitForCount(1));
-    ASSERT_EQ(OK, mLooper->stop());
-    sender.join();
-    EXPECT_EQ(-ENOENT, result);
+    EXPECT_EQ(-EBUSY, doubler->mDuplicateReplyResult.load());
 }
 
 // The reflector's target; counts what reaches it.

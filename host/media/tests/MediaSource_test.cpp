@@ -27,23 +27,5 @@ TEST(ReadOptionsTest, SeekRoundTripsAndResets) {
     EXPECT_EQ(ReadOptions::SEEK_NEXT_SYNC, mode);
 }
 
-struct MinimalSource : public MediaSource {
-    status_t start(MetaData*) override { return OK; }
-    status_t stop() override { return OK; }
-    sp<MetaData> getFormat() override { return new MetaData; }
-    status_t read(MediaBufferBase** buffer, const ReadOptions*) override {
-        *buffer = nullptr;
-        return ERROR_END_OF_STREAM;
-    }
-};
-
-TEST(MediaSourceTest, OptionalOperationsDefaultToUnsupported) {
-    sp<MediaSource> source = new MinimalSource;
-    EXPECT_EQ(ERROR_UNSUPPORTED, source->pause());
-    MediaBufferBase* buffer = reinterpret_cast<MediaBufferBase*>(1);
-    EXPECT_EQ(ERROR_END_OF_STREAM, source->read(&buffer));
-    EXPECT_EQ(nullptr, buffer);
-}
-
 }  // namespace
 }  // namespace android

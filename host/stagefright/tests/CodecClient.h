@@ -30,12 +30,11 @@ namespace android {
 namespace testing {
 
 struct CodecClient : public AHandler {
-    enum { kWhatCallback = 'cbck', kWhatSeek = 'seek' };
+    enum { kWhatCallback = 'cbck' };
 
     struct Output {
         int64_t timeUs;
         size_t offset;  // byte offset of this buffer in pcm
-        size_t size;
     };
 
     // Component chosen the way the engine does it: by name for APE, ALAC
@@ -68,10 +67,6 @@ struct CodecClient : public AHandler {
         }
         if (mTrackFormat == NULL) return NAME_NOT_FOUND;
         if (pcmEncoding >= 0) mTrackFormat->setInt32("pcm-encoding", pcmEncoding);
-        return createCodec(mTrackFormat);
-    }
-
-    status_t createCodec(const sp<AMessage>& format) {
         mLooper = new ALooper;
         mLooper->setName("CodecClient");
         mLooper->start();
@@ -80,14 +75,13 @@ struct CodecClient : public AHandler {
         mCodecLooper->setName("CodecClient-CL");
         mCodecLooper->start();
         AString mime;
-        format->findString("mime", &mime);
-        status_t err = OK;
+        mTrackFormat->findString("mime", &mime);
         AString component = componentFor(mime);
         mCodec = component.empty()
                 ? MediaCodec::CreateByType(mCodecLooper, mime, false, &err)
                 : MediaCodec::CreateByComponentName(mCodecLooper, component, &err);
         if (mCodec == NULL) return err;
-        err = mCodec->configure(format, NULL, NULL, 0);
+        err = mCodec->configure(mTrackFormat, NULL, NULL, 0);
         if (err != OK) return err;
         return mCodec->setCallback(new AMessage(kWhatCallback, this));
     }
@@ -99,20 +93,6 @@ struct CodecClient : public AHandler {
     // Waits until at least |bytes| of PCM came out (or the end).
     bool waitForBytes(size_t bytes) {
         return waitFor([&] { return mPcm.size() >= bytes || mEos; }) && mPcm.size() >= bytes;
-    }
-
-    // On the client's looper, as a decoder does it: reposition the extractor,
-    // flush the codec, forget what came out, start again.
-    status_t seekAndFlush(int64_t timeUs, MediaSource::ReadOptions::SeekMode mode) {
-        sp<AMessage> msg = new AMessage(kWhatSeek, this);
-        msg->setInt64("timeUs", timeUs);
-        msg->setInt32("mode", mode);
-        sp<AMessage> reply;
-        status_t err = msg->postAndAwaitResponse(&reply);
-        if (err != OK) return err;
-        int32_t result = UNKNOWN_ERROR;
-        reply->findInt32("err", &result);
-        return result;
     }
 
     void shutdown() {
@@ -142,29 +122,6 @@ struct CodecClient : public AHandler {
 
 protected:
     void onMessageReceived(const sp<AMessage>& msg) override {
-        if (msg->what() == kWhatSeek) {
-            int64_t timeUs = 0;
-            int32_t mode = 0;
-            msg->findInt64("timeUs", &timeUs);
-            msg->findInt32("mode", &mode);
-            status_t err = mExtractor->seekTo(timeUs, (MediaSource::ReadOptions::SeekMode)mode);
-            if (err == OK) err = mCodec->flush();
-            if (err == OK) {
-                Mutex::Autolock autoLock(mLock);
-                mPcm.clear();
-                mOutputs.clear();
-                mEos = false;
-                mInputEos = false;
-            }
-            if (err == OK) err = mCodec->start();
-            sp<AReplyToken> token;
-            if (msg->senderAwaitsResponse(&token)) {
-                sp<AMessage> reply = new AMessage;
-                reply->setInt32("err", err);
-                reply->postReply(token);
-            }
-            return;
-        }
         int32_t cbID = 0;
         msg->findInt32("callbackID", &cbID);
         switch (cbID) {
@@ -207,7 +164,7 @@ protected:
                 {
                     Mutex::Autolock autoLock(mLock);
                     if (size > 0) {
-                        mOutputs.push_back({timeUs, mPcm.size(), size});
+                        mOutputs.push_back({timeUs, mPcm.size()});
                         mPcm.insert(mPcm.end(), buffer->data(), buffer->data() + size);
                     }
                     mCondition.broadcast();
