@@ -9,8 +9,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -28,22 +28,18 @@ namespace testing {
 class Gate {
 public:
     void open() {
-        std::lock_guard<std::mutex> lock(mLock);
-        mOpen = true;
-        mCond.notify_all();
+        std::call_once(mOnce, [this] { mPromise.set_value(); });
     }
-    bool isOpen() { return wait(std::chrono::seconds(0)); }
+    bool isOpen() const { return wait(std::chrono::seconds(0)); }
     // Generous bound so a broken build fails instead of hanging.
-    bool wait(std::chrono::seconds timeout = std::chrono::seconds(20)) {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mCond.wait_for(lock, android::testing::stretched(timeout),
-                              [this] { return mOpen; });
+    bool wait(std::chrono::seconds timeout = std::chrono::seconds(20)) const {
+        return mOpened.wait_for(stretched(timeout)) == std::future_status::ready;
     }
 
 private:
-    std::mutex mLock;  // guards mOpen
-    std::condition_variable mCond;
-    bool mOpen = false;
+    std::once_flag mOnce;
+    std::promise<void> mPromise;
+    const std::shared_future<void> mOpened = mPromise.get_future().share();
 };
 
 // Sample |sampleIndex| of the expected stream: every sample tells its own

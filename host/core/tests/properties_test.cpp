@@ -68,7 +68,7 @@ std::string fileContent() {
     return s;
 }
 
-TEST_F(PropertiesTest, FileKeepsGoodLinesAndLogsEachBadOne) {
+TEST_F(PropertiesTest, FileKeepsGoodLinesLogsEachBadOneAndYieldsToTheEnvironment) {
     const std::string path = writeTempFile("props", fileContent());
     LogCapture log;
     ASSERT_EQ(0, host_properties_reload(path.c_str()));
@@ -83,13 +83,9 @@ TEST_F(PropertiesTest, FileKeepsGoodLinesAndLogsEachBadOne) {
                   log.count("properties", path + ":" + std::to_string(i + 1) + ":", ANDROID_LOG_WARN))
                 << kFileLines[i].text;
     }
-    unlink(path.c_str());
-}
 
-TEST_F(PropertiesTest, EnvironmentOverridesFileAndOutlivesAMissingOne) {
-    const std::string path = writeTempFile("props-env", fileContent());
+    // The environment wins over the file, and outlives a missing one.
     setenv("ROTAVOX_PROPERTIES", "host.audio.sink=null,last.line=1\n spaced.key = 7 ,broken,,", 1);
-    LogCapture log;
     ASSERT_EQ(0, host_properties_reload(path.c_str()));
     EXPECT_EQ("null", get("host.audio.sink"));
     EXPECT_EQ(1, property_get_int32("last.line", 0));
