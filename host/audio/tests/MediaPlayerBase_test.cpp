@@ -15,7 +15,7 @@ class Player : public MediaPlayerBase {};
 
 class Recorder : public MediaPlayerBase::Listener {
 public:
-    explicit Recorder(MediaPlayerBase* player = nullptr) : mPlayer(player) {}
+    explicit Recorder(MediaPlayerBase* player) : mPlayer(player) {}
     void notify(int msg, int ext1, int ext2, const Parcel* obj) override {
         mEvents.push_back({msg, ext1, ext2});
         EXPECT_EQ(nullptr, obj);
