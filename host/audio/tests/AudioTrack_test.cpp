@@ -11,9 +11,9 @@
 #include <media/AudioTrack.h>
 #include <media/HostAudioSink.h>
 
+#include "Fixtures.h"
 #include "LogCapture.h"
 #include "TestSupport.h"
-#include "Fixtures.h"
 #include "WavReader.h"
 
 namespace android {
@@ -161,9 +161,15 @@ protected:
         mOptions.periodFrames = 240;
     }
 
-    // Stops the stream inside the hook after |periods| periods, so figures
-    // read then are exact; returns with the thread parked in the hook.
-    sp<AudioTrack> runPeriods(RampSource& source, int periods) {
+    void TearDown() override {
+        mRelease.open();
+        mTrack.clear();
+    }
+
+    // Starts a track at |speed| from mStartNs and stops the stream inside the
+    // hook after |periods| periods, so figures read then are exact; returns
+    // with the thread parked in the hook.
+    void runPeriods(int periods, float speed = 1.0f) {
         mOptions.periodHook = [this, periods](const HostAudioPeriod& p) {
             if (++mPeriods == periods) {
                 mLastPeriod = p;
@@ -172,18 +178,21 @@ protected:
             }
         };
         HostAudioOptionsScope scope(mOptions);
-        sp<AudioTrack> track =
-                makeTrack(&source, kRate, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_MONO);
-        EXPECT_EQ(OK, track->initCheck());
-        return track;
-    }
-
-    void finish(sp<AudioTrack>& track) {
-        mRelease.open();
-        track.clear();
+        mTrack = makeTrack(&mSource, kRate, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_MONO);
+        AudioPlaybackRate rate = AUDIO_PLAYBACK_RATE_DEFAULT;
+        rate.mSpeed = rate.mPitch = speed;
+        ASSERT_EQ(NO_ERROR, mTrack->setPlaybackRate(rate));
+        mStartNs = mClock->nowNs();
+        ASSERT_EQ(OK, mTrack->start());
+        ASSERT_TRUE(mParked.wait());
     }
 
     std::shared_ptr<HostManualClock> mClock;
+    int64_t mStartNs = 0;
+    // What the track's thread may still touch until TearDown has joined it.
+    RampSource mSource{AUDIO_FORMAT_PCM_16_BIT, 1};
+    std::vector<int64_t> mCallNs;
+    sp<AudioTrack> mTrack;
     HostAudioOptions mOptions;
     Gate mParked;
     Gate mRelease;
@@ -197,66 +206,52 @@ class PacedTrackAtSpeed : public PacedTrack, public ::testing::WithParamInterfac
 
 TEST_P(PacedTrackAtSpeed, NullSinkPullsOnePeriodPerPeriodOfItsClockOverTheSpeed) {
     const float speed = GetParam();
-    RampSource source(AUDIO_FORMAT_PCM_16_BIT, 1);
-    std::vector<int64_t> callNs;
-    source.onCall = [&](int) { callNs.push_back(mClock->nowNs()); };
-    sp<AudioTrack> track = runPeriods(source, 40);
-    AudioPlaybackRate rate = AUDIO_PLAYBACK_RATE_DEFAULT;
-    rate.mSpeed = rate.mPitch = speed;
-    ASSERT_EQ(NO_ERROR, track->setPlaybackRate(rate));
-    const int64_t t0 = mClock->nowNs();
-    ASSERT_EQ(OK, track->start());
-    ASSERT_TRUE(mParked.wait());
-    ASSERT_EQ(40u, callNs.size());
-    EXPECT_EQ(t0, callNs[0]);
-    for (size_t k = 1; k < callNs.size(); ++k) {
-        EXPECT_EQ(t0 + (int64_t)((k - 1) * kPeriodNs / speed), callNs[k]) << "call " << k;
+    mSource.onCall = [this](int) { mCallNs.push_back(mClock->nowNs()); };
+    ASSERT_NO_FATAL_FAILURE(runPeriods(40, speed));
+    ASSERT_EQ(40u, mCallNs.size());
+    EXPECT_EQ(mStartNs, mCallNs[0]);
+    for (size_t k = 1; k < mCallNs.size(); ++k) {
+        EXPECT_EQ(mStartNs + (int64_t)((k - 1) * kPeriodNs / speed), mCallNs[k]) << "call " << k;
     }
-    EXPECT_EQ(0u, track->getUnderrunFrames());
-    EXPECT_EQ(0, source.underrunEvents.load());
+    EXPECT_EQ(0u, mTrack->getUnderrunFrames());
+    EXPECT_EQ(0, mSource.underrunEvents.load());
     uint32_t position = 0;
-    ASSERT_EQ(OK, track->getPosition(&position));
+    ASSERT_EQ(OK, mTrack->getPosition(&position));
     EXPECT_EQ(38u * 240u, position) << "two periods are still buffered";
-    finish(track);
 }
 
 INSTANTIATE_TEST_SUITE_P(Speeds, PacedTrackAtSpeed, ::testing::Values(1.0f, 2.0f));
 
 TEST_F(PacedTrack, LateAndShortCallbacksAreCountedAsMissingFrames) {
-    RampSource source(AUDIO_FORMAT_PCM_16_BIT, 1);
-    source.policy = [](int call, size_t wanted) -> size_t {
+    mSource.policy = [](int call, size_t wanted) -> size_t {
         return call == 30 ? 100 : call == 31 ? 0 : wanted;
     };
-    source.onCall = [&](int call) {
+    mSource.onCall = [this](int call) {
         // 75 ms is 600 frames: with one 240-frame period left in the buffer
         // when the call began, the device starved for 360 frames.
         if (call == 10) mClock->advanceNs(75 * kNsPerMs);
         // 20 ms is 160 frames: late for nothing, the buffer still held 240.
         if (call == 20) mClock->advanceNs(20 * kNsPerMs);
     };
-    sp<AudioTrack> track = runPeriods(source, 40);
-    ASSERT_EQ(OK, track->start());
-    ASSERT_TRUE(mParked.wait());
-    const uint32_t expected = 360 + (240 - 100) + 240;
-    EXPECT_EQ(expected, track->getUnderrunFrames());
-    HostAudioStats stats = hostAudioGetStats(track);
+    ASSERT_NO_FATAL_FAILURE(runPeriods(40));
+    EXPECT_EQ(360u + (240 - 100) + 240, mTrack->getUnderrunFrames());
+    HostAudioStats stats = hostAudioGetStats(mTrack);
     EXPECT_EQ(40 * 240 - (240 - 100) - 240, stats.deliveredFrames);
     EXPECT_EQ(40, stats.callbacks);
     EXPECT_EQ(40 * 240 + 360, mLastPeriod.streamFrames) << "the late gap is stream time too";
     // One notice per starving episode: call 10, then calls 30-31.
-    EXPECT_EQ(2, source.underrunEvents.load());
+    EXPECT_EQ(2, mSource.underrunEvents.load());
 
     // The thread is parked in its hook: each of these would hang if it
     // needed the hook to return.
     AudioPlaybackRate rate = AUDIO_PLAYBACK_RATE_DEFAULT;
     rate.mSpeed = rate.mPitch = 1.5f;
-    EXPECT_EQ(NO_ERROR, track->setPlaybackRate(rate));
-    EXPECT_EQ(INVALID_OPERATION, track->start()) << "already active";
-    track->pause();
-    EXPECT_EQ(OK, track->start());
-    track->stop();
-    track->flush();
-    finish(track);
+    EXPECT_EQ(NO_ERROR, mTrack->setPlaybackRate(rate));
+    EXPECT_EQ(INVALID_OPERATION, mTrack->start()) << "already active";
+    mTrack->pause();
+    EXPECT_EQ(OK, mTrack->start());
+    mTrack->stop();
+    mTrack->flush();
 }
 
 TEST(AudioTrackTransport, PauseAndStopReturnWhileTheCallbackIsBlocked) {
