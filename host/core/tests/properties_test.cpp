@@ -115,10 +115,8 @@ TEST(PropertiesStartupTest, FirstUseLoadsFileThenEnvironmentOnce) {
                 std::vector<std::thread> threads;
                 for (int i = 0; i < 8; ++i) {
                     threads.emplace_back([&good] {
-                        if (get("from.file") == "file" && get("both") == "env" &&
-                            get("cache") == "1/2/3") {
-                            ++good;
-                        }
+                        good += get("from.file") == "file" && get("both") == "env" &&
+                                get("cache") == "1/2/3";
                     });
                 }
                 for (auto& t : threads) t.join();
