@@ -50,28 +50,27 @@ int propertyFile() {
     return sFd;
 }
 
-void checkCacheParams(const char* text, int64_t lowBefore, int64_t highBefore,
-                      int64_t prerollBefore) {
+// Updates the scratch source's cache parameters with |update|, which parsed
+// |text|: they must stay non-negative, and change only for three numbers.
+template <typename Update>
+void checkCacheParams(const std::string& text, Update update) {
     RotavoxSource* s = source();
-    if (s->getCacheLowWaterUs() < 0 || s->getCacheHighWaterUs() < 0 ||
-            s->getCachePrerollUs() < 0) {
-        fail("negative cache parameter", text);
-    }
-    // Three numbers need two separators; anything less must change nothing.
-    const bool changed = s->getCacheLowWaterUs() != lowBefore ||
-            s->getCacheHighWaterUs() != highBefore || s->getCachePrerollUs() != prerollBefore;
-    if (changed && std::count(text, text + strlen(text), '/') < 2) {
+    const int64_t before[] = {s->getCacheLowWaterUs(), s->getCacheHighWaterUs(),
+                              s->getCachePrerollUs()};
+    update(s);
+    const int64_t after[] = {s->getCacheLowWaterUs(), s->getCacheHighWaterUs(),
+                             s->getCachePrerollUs()};
+    if (*std::min_element(after, after + 3) < 0) fail("negative cache parameter", text);
+    const char* t = text.c_str();  // what the parser sees ends at the first NUL
+    if (!std::equal(before, before + 3, after) && std::count(t, t + strlen(t), '/') < 2) {
         fail("parameters changed by a string without three parts", text);
     }
 }
 
 void checkStore(const std::string& input) {
-    struct Seen {
-        const std::string* input;
-    } seen{&input};
     property_list(
             [](const char* key, const char* value, void* cookie) {
-                const std::string& in = *static_cast<Seen*>(cookie)->input;
+                const std::string& in = *static_cast<const std::string*>(cookie);
                 if (key[0] == '\0') fail("empty key in the store", in);
                 if (strlen(value) >= PROPERTY_VALUE_MAX) fail("value too long in the store", in);
                 char got[PROPERTY_VALUE_MAX];
@@ -80,7 +79,7 @@ void checkStore(const std::string& input) {
                     fail("property_get disagrees with the store", in);
                 }
             },
-            &seen);
+            const_cast<std::string*>(&input));
 }
 
 }  // namespace
@@ -118,18 +117,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     property_set("fuzz.key", c.c_str());
     property_set(c.c_str(), "1");
 
-    RotavoxSource* s = source();
     for (const std::string* text : {&a, &c}) {
-        const int64_t low = s->getCacheLowWaterUs(), high = s->getCacheHighWaterUs(),
-                      pre = s->getCachePrerollUs();
-        s->updateCacheParamsFromString(text->c_str());
-        checkCacheParams(text->c_str(), low, high, pre);
+        checkCacheParams(*text, [text](RotavoxSource* s) {
+            s->updateCacheParamsFromString(text->c_str());
+        });
     }
     if (property_set(kCacheParams, c.c_str()) == 0) {
-        const int64_t low = s->getCacheLowWaterUs(), high = s->getCacheHighWaterUs(),
-                      pre = s->getCachePrerollUs();
-        s->updateCacheParamsFromSystemProperty();
-        checkCacheParams(c.c_str(), low, high, pre);
+        checkCacheParams(c, [](RotavoxSource* s) { s->updateCacheParamsFromSystemProperty(); });
     }
     return 0;
 }

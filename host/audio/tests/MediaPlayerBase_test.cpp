@@ -15,7 +15,7 @@ class Player : public MediaPlayerBase {};
 
 class Recorder : public MediaPlayerBase::Listener {
 public:
-    explicit Recorder(MediaPlayerBase* player = nullptr) : mPlayer(player) {}
+    explicit Recorder(MediaPlayerBase* player) : mPlayer(player) {}
     void notify(int msg, int ext1, int ext2, const Parcel* obj) override {
         mEvents.push_back({msg, ext1, ext2});
         EXPECT_EQ(nullptr, obj);
@@ -42,10 +42,6 @@ TEST(MediaPlayerBase, ListenerHearsEventsAndMayReenter) {
     EXPECT_EQ((std::array<int, 3>{1, 0, 0}), recorder->mEvents[0]);
     EXPECT_EQ((std::array<int, 3>{100, 1, -19}), recorder->mEvents[1]);
     EXPECT_EQ((std::array<int, 3>{6, 0, 0}), recorder->mEvents[2]);
-    EXPECT_EQ(8, MEDIA_STOPPED);
-    EXPECT_EQ(7, MEDIA_PAUSED);
-    EXPECT_EQ(INVALID_OPERATION, player->prepare());
-    EXPECT_EQ(INVALID_OPERATION, player->start());
 }
 
 }  // namespace

@@ -4,7 +4,11 @@
 
 #include <math.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
+
+#include <fstream>
+#include <iterator>
 
 #include <android/log.h>
 #include <gtest/gtest.h>
@@ -62,7 +66,7 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
 
     struct Tone {
         int64_t next = 0;
-        int64_t frames;
+        const int64_t frames = 22050 / 2;
         static void callback(int event, void* user, void* info) {
             if (event != AudioTrack::EVENT_MORE_DATA) return;
             Tone* tone = static_cast<Tone*>(user);
@@ -74,7 +78,6 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
             buffer->size = n * 2;
         }
     } tone;
-    tone.frames = kToneFrames;
 
     HostAudioOptions options;
     options.sink = "sdl";
@@ -101,22 +104,17 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
         GTEST_SKIP() << "SDL has no disk driver here";
     }
     EXPECT_EQ(kDeviceRate, stats.outputSampleRate);
-    ASSERT_LT(40 * 240 * 1000 / kTrackRate, 10 * track->latency() + 1000u);
     ASSERT_EQ(OK, track->start());
     ASSERT_TRUE(played.wait());
     track->stop();
-    stats = hostAudioGetStats(track);
     track.clear();  // closes the device, which closes its file
     unsetenv("SDL_AUDIODRIVER");
     unsetenv("SDL_DISKAUDIOFILE");
 
-    FILE* f = fopen(rawPath.c_str(), "rb");
-    ASSERT_NE(nullptr, f);
-    std::vector<int16_t> out;
-    int16_t chunk[4096];
-    size_t n;
-    while ((n = fread(chunk, 2, 4096, f)) > 0) out.insert(out.end(), chunk, chunk + n);
-    fclose(f);
+    std::ifstream file(rawPath, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    std::vector<int16_t> out(bytes.size() / 2);
+    memcpy(out.data(), bytes.data(), out.size() * 2);
     unlink(rawPath.c_str());
     ASSERT_GT(out.size(), (size_t)kDeviceRate / 2);
 
@@ -125,16 +123,13 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
     // from first to last keeps a scheduling gap from passing for length.
     const size_t kWindow = kDeviceRate / 1000;
     std::vector<bool> inTone(out.size(), false);
-    int toneWindows = 0;
-    double peak = 0;
+    int toneWindows = 0, peak = 0;
     for (size_t w = 0; w + kWindow <= out.size(); w += kWindow) {
         int maxAbs = 0;
         for (size_t i = w; i < w + kWindow; ++i) maxAbs = std::max(maxAbs, abs((int)out[i]));
-        if (maxAbs > kAmplitude / 2) {
-            ++toneWindows;
-            std::fill(inTone.begin() + w, inTone.begin() + w + kWindow, true);
-        }
-        peak = std::max(peak, (double)maxAbs);
+        peak = std::max(peak, maxAbs);
+        toneWindows += maxAbs > kAmplitude / 2;
+        std::fill(inTone.begin() + w, inTone.begin() + w + kWindow, maxAbs > kAmplitude / 2);
     }
     EXPECT_NEAR(500, toneWindows, 3) << "half a second of tone";
     EXPECT_NEAR(kAmplitude, peak, kAmplitude * 0.03);
@@ -157,12 +152,7 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
         lastCrossing = at;
     }
     ASSERT_GT(crossings, 400);
-    double measuredHz = kDeviceRate / (sum / crossings);
-    EXPECT_NEAR(kToneHz, measuredHz, kToneHz * 0.002);
-    RecordProperty("tone_ms", toneWindows);
-    RecordProperty("rising_crossings", crossings);
-    RecordProperty("measured_mhz", (int)lrint(measuredHz * 1000));
-    RecordProperty("underrun_frames", (int)stats.underrunFrames);
+    EXPECT_NEAR(kToneHz, kDeviceRate / (sum / crossings), kToneHz * 0.002);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #pragma once
 
 // Helpers shared by the host audio tests: a gate threads can wait at, a
-// callback that writes a self-describing ramp, and a ffprobe query.
+// callback that writes a self-describing ramp, and a temporary path.
 
 #include <stdint.h>
 #include <stdio.h>
@@ -9,8 +9,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -28,46 +28,30 @@ namespace testing {
 class Gate {
 public:
     void open() {
-        std::lock_guard<std::mutex> lock(mLock);
-        mOpen = true;
-        mCond.notify_all();
+        std::call_once(mOnce, [this] { mPromise.set_value(); });
     }
-    bool isOpen() {
-        std::lock_guard<std::mutex> lock(mLock);
-        return mOpen;
-    }
+    bool isOpen() const { return wait(std::chrono::seconds(0)); }
     // Generous bound so a broken build fails instead of hanging.
-    bool wait(std::chrono::seconds timeout = std::chrono::seconds(20)) {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mCond.wait_for(lock, android::testing::stretched(timeout),
-                              [this] { return mOpen; });
+    bool wait(std::chrono::seconds timeout = std::chrono::seconds(20)) const {
+        return mOpened.wait_for(stretched(timeout)) == std::future_status::ready;
     }
 
 private:
-    std::mutex mLock;  // guards mOpen
-    std::condition_variable mCond;
-    bool mOpen = false;
+    std::once_flag mOnce;
+    std::promise<void> mPromise;
+    const std::shared_future<void> mOpened = mPromise.get_future().share();
 };
 
-// The byte of the expected stream at |index|, per sample format: every
-// sample tells its own position in the stream.
+// Sample |sampleIndex| of the expected stream: every sample tells its own
+// position in the stream.  Integer formats take the low bytes of a number
+// whose every byte moves from one sample to the next.
 inline void rampSample(audio_format_t format, int64_t sampleIndex, uint8_t* out) {
-    switch (format) {
-        case AUDIO_FORMAT_PCM_8_BIT: out[0] = (uint8_t)(sampleIndex * 7); break;
-        case AUDIO_FORMAT_PCM_16_BIT: {
-            int16_t v = (int16_t)(uint16_t)(sampleIndex * 3);
-            memcpy(out, &v, 2);
-            break;
-        }
-        case AUDIO_FORMAT_PCM_32_BIT: {
-            int32_t v = (int32_t)(uint32_t)(sampleIndex * 65539);
-            memcpy(out, &v, 4);
-            break;
-        }
-        default: {
-            float v = (float)((sampleIndex % 2001) - 1000) / 1000.0f;
-            memcpy(out, &v, 4);
-        }
+    if (format == AUDIO_FORMAT_PCM_FLOAT) {
+        const float v = (float)((sampleIndex % 2001) - 1000) / 1000.0f;
+        memcpy(out, &v, 4);
+    } else {
+        const uint32_t v = (uint32_t)(sampleIndex * 65539);
+        memcpy(out, &v, audio_bytes_per_sample(format));
     }
 }
 
@@ -85,7 +69,6 @@ public:
 
     std::atomic<int> calls{0};
     std::atomic<int> underrunEvents{0};
-    std::atomic<int> otherEvents{0};
     std::atomic<bool> inside{false};
     std::atomic<int64_t> framesWritten{0};
     std::atomic<int64_t> framesMissing{0};
@@ -108,10 +91,7 @@ private:
             underrunEvents++;
             return;
         }
-        if (event != AudioTrack::EVENT_MORE_DATA) {
-            otherEvents++;
-            return;
-        }
+        if (event != AudioTrack::EVENT_MORE_DATA) return;
         inside = true;
         auto* buffer = static_cast<AudioTrack::Buffer*>(info);
         int call = calls.load();
@@ -141,18 +121,6 @@ inline sp<AudioTrack> makeTrack(RampSource* source, uint32_t rate, audio_format_
                                 audio_output_flags_t flags = AUDIO_OUTPUT_FLAG_NONE) {
     return new AudioTrack(AUDIO_STREAM_MUSIC, rate, format, mask, 0, flags,
                           &RampSource::callback, source);
-}
-
-// "key=value" lines of ffprobe's description of the first stream.
-inline std::string ffprobe(const std::string& path) {
-    std::string cmd = "ffprobe -v error -show_streams -select_streams a:0 '" + path + "' 2>&1";
-    FILE* p = popen(cmd.c_str(), "r");
-    if (p == nullptr) return std::string();
-    std::string out;
-    char line[512];
-    while (fgets(line, sizeof(line), p) != nullptr) out += line;
-    pclose(p);
-    return out;
 }
 
 inline std::string tempPath(const std::string& name) {

@@ -7,8 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include <android/log.h>
@@ -33,54 +32,26 @@ int niceOf(pid_t tid) {
     return prio;
 }
 
-// Runs |body| on a fresh thread so that the test runner's own thread keeps
-// its priority.
-template <typename F>
-void onFreshThread(F body) {
-    std::thread t(body);
-    t.join();
-}
-
-TEST(AndroidThreadsTest, SetsAndReadsTheCallingThreadsNiceValue) {
-    onFreshThread([] {
-        const pid_t tid = currentTid();
-        ASSERT_EQ(0, androidSetThreadPriority(0, ANDROID_PRIORITY_BACKGROUND));
-        EXPECT_EQ(ANDROID_PRIORITY_BACKGROUND, niceOf(tid));
-        EXPECT_EQ(ANDROID_PRIORITY_BACKGROUND, androidGetThreadPriority(0));
-        EXPECT_EQ(ANDROID_PRIORITY_BACKGROUND, androidGetThreadPriority(tid));
-
-        ASSERT_EQ(0, androidSetThreadPriority(tid, ANDROID_PRIORITY_LOWEST));
-        EXPECT_EQ(ANDROID_PRIORITY_LOWEST, niceOf(tid));
-    });
-}
-
-TEST(AndroidThreadsTest, SetsAnotherThreadByItsId) {
-    std::mutex lock;  // guards workerTid and done
-    std::condition_variable changed;
-    pid_t workerTid = 0;
-    bool done = false;
-    int seenByWorker = 0;
+// Sets a fresh thread's priority from the test's thread by its id (the
+// caller's own must not move), then the thread's own through tid 0.
+TEST(AndroidThreadsTest, SetsAThreadByItsIdOrItselfAndReadsItBack) {
+    std::promise<pid_t> tid;
+    std::promise<void> changed;
     std::thread worker([&] {
-        std::unique_lock<std::mutex> l(lock);
-        workerTid = currentTid();
-        changed.notify_all();
-        changed.wait(l, [&] { return done; });
-        seenByWorker = niceOf(0);
+        tid.set_value(currentTid());
+        changed.get_future().wait();
+        EXPECT_EQ(7, niceOf(0));
+        EXPECT_EQ(7, androidGetThreadPriority(0));
+        ASSERT_EQ(0, androidSetThreadPriority(0, ANDROID_PRIORITY_LOWEST));
+        EXPECT_EQ(ANDROID_PRIORITY_LOWEST, niceOf(currentTid()));
     });
-    {
-        std::unique_lock<std::mutex> l(lock);
-        changed.wait(l, [&] { return workerTid != 0; });
-    }
+    const pid_t workerTid = tid.get_future().get();
     const int mainBefore = niceOf(0);
     EXPECT_EQ(0, androidSetThreadPriority(workerTid, 7));
+    EXPECT_EQ(7, androidGetThreadPriority(workerTid));
     EXPECT_EQ(mainBefore, niceOf(0)) << "the caller's priority must not change";
-    {
-        std::lock_guard<std::mutex> l(lock);
-        done = true;
-    }
-    changed.notify_all();
+    changed.set_value();
     worker.join();
-    EXPECT_EQ(7, seenByWorker);
 }
 
 TEST(AndroidThreadsTest, UnknownThreadGivesAStatusAndALogLine) {
@@ -117,13 +88,13 @@ TEST(AndroidThreadsTest, UnprivilegedRaiseFailsQuietlyAfterOneWarning) {
 }
 
 TEST(AndroidThreadsTest, PrivilegedRaiseReachesAudioPriority) {
-    onFreshThread([] {
+    std::thread([] {
         if (setpriority(PRIO_PROCESS, 0, -1) != 0) {
             GTEST_SKIP() << "no privilege to raise priorities here";
         }
         ASSERT_EQ(0, androidSetThreadPriority(0, ANDROID_PRIORITY_AUDIO));
         EXPECT_EQ(ANDROID_PRIORITY_AUDIO, niceOf(0));
-    });
+    }).join();
 }
 
 }  // namespace
