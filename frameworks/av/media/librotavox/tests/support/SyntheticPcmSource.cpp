@@ -161,7 +161,6 @@ status_t SyntheticPcmSource::read(MediaBufferBase** buffer, const ReadOptions* o
         result = OK;
     }
     mRecords.push_back({seekUs, result, timeUs});
-    ++mReadsDone;
     mChanged.notify_all();
     return result;
 }
@@ -181,12 +180,6 @@ bool SyntheticPcmSource::waitForReadsEntered(int count, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mMutex);
     return mChanged.wait_for(lock, stretched(std::chrono::milliseconds(timeoutMs)),
                              [&] { return mReadsEntered >= count; });
-}
-
-bool SyntheticPcmSource::waitForReadsDone(int count, int timeoutMs) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, stretched(std::chrono::milliseconds(timeoutMs)),
-                             [&] { return mReadsDone >= count; });
 }
 
 std::vector<SyntheticReadRecord> SyntheticPcmSource::records() const {

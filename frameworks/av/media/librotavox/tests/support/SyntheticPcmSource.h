@@ -58,7 +58,6 @@ public:
 
     // Waits (on a condition, bounded) until |count| reads have entered read().
     bool waitForReadsEntered(int count, int timeoutMs = 10000);
-    bool waitForReadsDone(int count, int timeoutMs = 10000);
 
     std::vector<SyntheticReadRecord> records() const;
     std::vector<int64_t> seeksEntered() const;  // seek of every read at entry
@@ -92,7 +91,6 @@ private:
     int mPendingFormatChanges = 0;
     bool mGateClosed = false;
     int mReadsEntered = 0;
-    int mReadsDone = 0;
     int mStops = 0;
     std::vector<SyntheticReadRecord> mRecords;
     std::vector<int64_t> mSeeksEntered;
