@@ -263,85 +263,67 @@ TEST_F(RotavoxSourceTest, BackwardAtNormalSpeedIsTheInputReversedAcrossRefills) 
 // left channel (the frame index) steps at the target rate.  A zero target
 // hovers around zero: neither silence nor a jump.
 TEST_F(RotavoxSourceTest, RampsToTheTargetRateThenStepsAtIt) {
-    const struct {
-        int64_t positionUs;
+    struct Phase {
         int target;
         std::vector<int> ramp;  // rate after each read
+        int steadyReads;
         // |d1| and |d2|: two successive steps of the left channel.
         std::function<bool(int v, int d1, int d2)> steady;
+    };
+    const struct {
+        SyntheticPcmConfig config;
+        const char* params;
+        int64_t positionUs;
+        std::vector<Phase> phases;  // the later ones play backward
     } cases[] = {
-            {0, 2000, {1250, 1500, 1750, 2000}, [](int, int, int d) { return d == 2; }},
+            {pcm(8000, 160, 32000), "1000000/3000000/500000", 0,
+             {{2000, {1250, 1500, 1750, 2000}, 6, [](int, int, int d) { return d == 2; }}}},
             // 125 permille per stereo output buffer: every frame comes twice.
-            {0, 500, {875, 750, 625, 500},
-             [](int, int d1, int d2) { return (d1 == 0 && d2 == 1) || (d1 == 1 && d2 == 0); }},
+            {pcm(8000, 160, 32000), "1000000/3000000/500000", 0,
+             {{500, {875, 750, 625, 500}, 6,
+               [](int, int d1, int d2) { return (d1 == 0 && d2 == 1) || (d1 == 1 && d2 == 0); }}}},
             // 1000 -> 0 takes 256 steps of 3.90625: four stereo output buffers.
-            {2000000, 0, {750, 500, 250, 1},
-             [](int v, int, int d) { return v != 0 && abs(d) <= 1; }},
+            {pcm(8000, 160, 32000), "1000000/3000000/500000", 2000000,
+             {{0, {750, 500, 250, 1}, 6, [](int v, int, int d) { return v != 0 && abs(d) <= 1; }}}},
+            // Ten times either way over short buffers: the resampler crosses a
+            // cache buffer every eight output frames.  4 kHz keeps 8 s of frame
+            // indices inside int16; a cache from 0 s never needs a backward
+            // refill.  Up at 35.15625 permille per call, three steady buffers
+            // past 5 s, then turning round at 78.125 per call, landing exactly
+            // on zero (replaced by +1) and overshooting -10000 once.
+            {pcm(4000, 80, 32000), "2000000/4000000/500000", 0,
+             {{10000, {3250, 5500, 7750, 10000}, 3, [](int, int, int d) { return d == 10; }},
+              {-10000, {5000, 1, -4999, -9999, -10000}, 1,
+               [](int, int, int d) { return d == -10; }}}},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.target);
-        make(pcm(8000, 160, 32000), "1000000/3000000/500000");
+        SCOPED_TRACE(c.phases[0].target);
+        make(c.config, c.params);
         positionAndFill(c.positionUs);
         std::vector<int> left;
-        mSource->setPlaybackRatePermille(c.target);
-        for (int rate : c.ramp) {
-            ASSERT_EQ(OK, readOnce(&left));
-            EXPECT_EQ(rate, mSource->getPlaybackRatePermille());
-        }
-        for (int i = 0; i < 6; ++i) {
-            left.clear();
-            ASSERT_EQ(OK, readOnce(&left));
-            ASSERT_EQ(512u, left.size());
-            const int rate = mSource->getPlaybackRatePermille();
-            EXPECT_TRUE(c.target != 0 ? rate == c.target : rate != 0 && abs(rate) <= 3) << rate;
-            for (size_t k = 2; k < left.size(); ++k) {
-                ASSERT_TRUE(c.steady(left[k], left[k - 1] - left[k - 2], left[k] - left[k - 1]))
-                        << "read " << i << " frame " << k;
+        for (size_t p = 0; p < c.phases.size(); ++p) {
+            const Phase& phase = c.phases[p];
+            if (p > 0) mSource->rewind(0);
+            mSource->setPlaybackRatePermille(phase.target);
+            for (int rate : phase.ramp) {
+                ASSERT_EQ(OK, readOnce(&left));
+                EXPECT_EQ(rate, mSource->getPlaybackRatePermille());
+            }
+            for (int i = 0; i < phase.steadyReads; ++i) {
+                left.clear();
+                ASSERT_EQ(OK, readOnce(&left));
+                ASSERT_EQ(512u, left.size());
+                const int rate = mSource->getPlaybackRatePermille();
+                EXPECT_TRUE(phase.target != 0 ? rate == phase.target : rate != 0 && abs(rate) <= 3)
+                        << rate;
+                for (size_t k = 2; k < left.size(); ++k) {
+                    ASSERT_TRUE(phase.steady(left[k], left[k - 1] - left[k - 2],
+                                             left[k] - left[k - 1]))
+                            << "read " << i << " frame " << k;
+                }
             }
         }
     }
-}
-
-// Ten times either way over short buffers: the resampler crosses a cache
-// buffer every eight output frames, so every join is exercised many times.
-TEST_F(RotavoxSourceTest, TenTimesForwardAndBackward) {
-    // 4 kHz keeps 8 s of frame indices inside int16; a cache from 0 s never
-    // needs a backward refill, so the only joins are between cached buffers.
-    SyntheticPcmConfig config = pcm(4000, 80, 32000);
-    make(config, "2000000/4000000/500000");
-    positionAndFill(0);
-    mSource->setPlaybackRatePermille(10000);
-    std::vector<int> left;
-    // 35.15625 permille per call: 2250 per stereo output buffer.
-    const int rising[] = {3250, 5500, 7750, 10000};
-    for (int e : rising) {
-        ASSERT_EQ(OK, readOnce(&left));
-        EXPECT_EQ(e, mSource->getPlaybackRatePermille());
-    }
-    // Three steady buffers take the position past 5 s, far enough from the
-    // start that the way back below stays clear of it.
-    for (int i = 0; i < 3; ++i) {
-        left.clear();
-        ASSERT_EQ(OK, readOnce(&left));
-        ASSERT_EQ(512u, left.size());
-        for (size_t k = 1; k < left.size(); ++k) ASSERT_EQ(10, left[k] - left[k - 1]) << k;
-    }
-
-    // Turn round from ten times forward to ten times backward: 78.125 per
-    // call, landing exactly on zero (replaced by +1) at the end of the second
-    // buffer, and overshooting -10000 once in the fifth.
-    mSource->rewind(0);
-    mSource->setPlaybackRatePermille(-10000);
-    const int falling[] = {5000, 1, -4999, -9999, -10000};
-    for (int e : falling) {
-        left.clear();
-        ASSERT_EQ(OK, readOnce(&left));
-        EXPECT_EQ(e, mSource->getPlaybackRatePermille());
-    }
-    left.clear();
-    ASSERT_EQ(OK, readOnce(&left));
-    ASSERT_EQ(512u, left.size());
-    for (size_t k = 1; k < left.size(); ++k) ASSERT_EQ(-10, left[k] - left[k - 1]) << k;
 }
 
 // ---------------------------------------------------------------------------
@@ -354,7 +336,7 @@ TEST_F(RotavoxSourceTest, FirstPositionSeeksPrerollBeforeAndJumpRestarts) {
     mUpstream->closeGate();
     mSource->setPosition(6000000);
     ASSERT_TRUE(mUpstream->waitForReadsEntered(1));
-    EXPECT_EQ(2000000, mUpstream->seeksEntered()[0]);
+    EXPECT_EQ(2000000, mUpstream->records()[0].seekUs);
     EXPECT_TRUE(in().decoding());
     mUpstream->openGate();
     settle();
@@ -375,7 +357,7 @@ TEST_F(RotavoxSourceTest, FirstPositionSeeksPrerollBeforeAndJumpRestarts) {
     ASSERT_TRUE(waitUntil([&] { return mUpstream->readsEntered() > reads; }));
     settle();
     // Decisions use the read target on the 300 ms grid: 39.9 s - 4 s.
-    EXPECT_EQ(35900000, mUpstream->seeksEntered()[reads]);
+    EXPECT_EQ(35900000, mUpstream->records()[reads].seekUs);
     times = in().cacheTimes();
     EXPECT_EQ(35900000, times.front());
     EXPECT_EQ("", in().cacheInvariants());
@@ -451,7 +433,7 @@ TEST_F(RotavoxSourceTest, BackwardRefillIsRequestedNearTheStartAndThrottled) {
     }
     EXPECT_EQ(generation + 1, in().generation());
     ASSERT_TRUE(mUpstream->waitForReadsEntered(reads + 1));
-    EXPECT_EQ(1900000, mUpstream->seeksEntered()[reads]);
+    EXPECT_EQ(1900000, mUpstream->records()[reads].seekUs);
 
     Mutex::Autolock lock(in().lock());
     const struct {
