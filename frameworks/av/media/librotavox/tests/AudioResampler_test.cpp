@@ -1,6 +1,6 @@
 // Tests of the linear resampler against signals whose expected output is
 // known independently of the kernel: a ramp shifted or reversed, integer
-// means, a double-precision interpolator, and stereo against two monos.
+// means, and a double-precision interpolator on channels of their own.
 
 #include "AudioResampler.h"
 
@@ -333,52 +333,6 @@ TEST_P(AudioResamplerChannels, AgreesWithDoublePrecisionReferenceWithinOneStep) 
         // Every buffer is asked for once; the walk ends on the one empty answer.
         EXPECT_EQ(p.bufferCount(), p.served()) << "step " << step;
         EXPECT_EQ(1, p.dryCalls()) << "step " << step;
-    }
-}
-
-// The kernel must treat channels independently: a stereo run equals two mono
-// runs over the separated channels, bit for bit, whatever the steps (changing
-// every call, through zero and across directions), chunk and buffer sizes.
-TEST(AudioResamplerStereo, ChannelsNeverMix) {
-    std::mt19937 rng(5);
-    for (int round = 0; round < 20; ++round) {
-        const size_t total = 3000;
-        const auto stereo = noise(total, 2, 100 + round);
-        std::vector<int16_t> left, right;
-        for (size_t k = 0; k < total; ++k) {
-            left.push_back(stereo[2 * k]);
-            right.push_back(stereo[2 * k + 1]);
-        }
-        std::vector<size_t> sizes;
-        std::uniform_int_distribution<size_t> anySize(1, 200);
-        for (int k = 0; k < 30; ++k) sizes.push_back(anySize(rng));
-        const auto order = round % 2 ? SignalProvider::Order::kReverse
-                                     : SignalProvider::Order::kForward;
-        SignalProvider ps(stereo, 2, sizes, order), pl(left, 1, sizes, order),
-                pr(right, 1, sizes, order);
-        AudioResamplerOrder1 rs(16, 2), rl(16, 1), rr(16, 1);
-
-        std::uniform_real_distribution<float> anyStep(-4.0f, 4.0f);
-        std::uniform_int_distribution<size_t> anyChunk(0, 64);
-        std::vector<int16_t> os(128), ol(64), orr(64);
-        for (int call = 0; call < 300; ++call) {
-            float step = anyStep(rng);
-            if (call % 17 == 0) step = 0.0f;
-            const size_t chunk = anyChunk(rng);
-            rs.resample(os.data(), chunk, &ps, step);
-            rl.resample(ol.data(), chunk, &pl, step);
-            rr.resample(orr.data(), chunk, &pr, step);
-            const size_t got = rs.getOutputFrames();
-            ASSERT_EQ(got, rl.getOutputFrames()) << "round " << round << " call " << call;
-            ASSERT_EQ(got, rr.getOutputFrames());
-            ASSERT_EQ(rs.getUnreleasedFrames(), rl.getUnreleasedFrames());
-            for (size_t k = 0; k < got; ++k) {
-                ASSERT_EQ(ol[k], os[2 * k]) << "round " << round << " call " << call;
-                ASSERT_EQ(orr[k], os[2 * k + 1]) << "round " << round << " call " << call;
-            }
-            if (ps.dryCalls() > 1) break;
-        }
-        EXPECT_EQ(ps.served(), pl.served());
     }
 }
 

@@ -106,7 +106,6 @@ public:
     // The following take the source's lock.
     int64_t cacheStartTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheStartTimeUs; }
     int64_t cacheEndTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheEndTimeUs; }
-    bool readBufferInvalid() { Mutex::Autolock l(s->mLock); return s->mCache->isReadBufferInvalid(); }
     // For a caller that already holds the source's lock, taken through
     // lock(), which the lock analysis cannot tie to the source's own.
     status_t updateCacheIfNecessary_l(int64_t positionUs) NO_THREAD_SAFETY_ANALYSIS {
