@@ -774,30 +774,33 @@ using RotavoxSourceDeathTest = RotavoxSourceTest;
 
 TEST_F(RotavoxSourceDeathTest, AbortsOnBrokenContracts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    SyntheticPcmConfig config;
-    config.okWithoutBufferAtRead = 1;
-    EXPECT_DEATH(
-            {
-                make(config, NULL);
-                mSource->setPosition(0);
-                waitUntil([] { return false; }, 5000);
-            },
-            "frameworks/av/media/librotavox/RotavoxSource:772 CHECK\\(\\(result == OK && "
-            "mInputBuffer != NULL\\) \\|\\| \\(result != OK && mInputBuffer == NULL\\)\\) failed\\.");
-    EXPECT_DEATH(
-            {
-                make(SyntheticPcmConfig(), NULL);
-                in().post(RotavoxSource::kWhatPosition);
-                waitUntil([] { return false; }, 5000);
-            },
-            "frameworks/av/media/librotavox/RotavoxSource:854 CHECK\\(.*\"position\".*\\) failed\\.");
-    EXPECT_DEATH(
-            {
-                make(SyntheticPcmConfig(), NULL);
-                in().post('what');
-                waitUntil([] { return false; }, 5000);
-            },
-            "frameworks/av/media/librotavox/RotavoxSource:865 Should not be here\\. ");
+    SyntheticPcmConfig okWithoutBuffer;
+    okWithoutBuffer.okWithoutBufferAtRead = 1;
+    const struct {
+        SyntheticPcmConfig config;
+        uint32_t post;  // 0: a position instead
+        const char* abort;
+    } cases[] = {
+            {okWithoutBuffer, 0,
+             "RotavoxSource:772 CHECK\\(\\(result == OK && mInputBuffer != NULL\\) \\|\\| "
+             "\\(result != OK && mInputBuffer == NULL\\)\\) failed\\."},
+            {SyntheticPcmConfig(), RotavoxSource::kWhatPosition,
+             "RotavoxSource:854 CHECK\\(.*\"position\".*\\) failed\\."},
+            {SyntheticPcmConfig(), 'what', "RotavoxSource:865 Should not be here\\. "},
+    };
+    for (const auto& c : cases) {
+        EXPECT_DEATH(
+                {
+                    make(c.config, NULL);
+                    if (c.post != 0) {
+                        in().post(c.post);
+                    } else {
+                        mSource->setPosition(0);
+                    }
+                    waitUntil([] { return false; }, 5000);
+                },
+                std::string("frameworks/av/media/librotavox/") + c.abort);
+    }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // White-box views of MediaBufferCache and RotavoxSource for their tests.  Both
 // classes name these inspectors as friends; nothing else uses them.
 
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -65,28 +66,21 @@ public:
             }
         }
         uint64_t bytes = 0;
-        std::vector<MediaBuffer*> seen;
-        for (auto it = c->mActiveBuffers.begin(); it != c->mActiveBuffers.end(); ++it) {
-            bytes += (*it)->size();
-            seen.push_back(*it);
-        }
-        for (auto it = c->mFreeBuffers.begin(); it != c->mFreeBuffers.end(); ++it) {
-            bytes += (*it)->size();
-            seen.push_back(*it);
+        std::set<MediaBuffer*> owned;
+        for (const List<MediaBuffer*>* list : {&c->mActiveBuffers, &c->mFreeBuffers}) {
+            for (auto it = list->begin(); it != list->end(); ++it) {
+                bytes += (*it)->size();
+                if (!owned.insert(*it).second) err << "buffer owned twice; ";
+            }
         }
         // A buffer the cache gave up while it was being played: out of both
         // lists, and counted only while it is bound for the free list.
         if (c->mRetiredBuffer != NULL) {
             if (c->mRetiredToFreeList) bytes += c->mRetiredBuffer->size();
-            seen.push_back(c->mRetiredBuffer);
+            if (!owned.insert(c->mRetiredBuffer).second) err << "buffer owned twice; ";
         }
         if (bytes != c->mCachedBytes) {
             err << "byte accounting " << c->mCachedBytes << " vs " << bytes << "; ";
-        }
-        for (size_t i = 0; i < seen.size(); ++i) {
-            for (size_t j = i + 1; j < seen.size(); ++j) {
-                if (seen[i] == seen[j]) err << "buffer owned twice; ";
-            }
         }
         return err.str();
     }
