@@ -9,11 +9,7 @@
 
 namespace android {
 namespace testing {
-namespace {
-
-// Every sample tells the buffer's time in ms, so audio changed under the
-// reader shows.
-MediaBuffer* makeBuffer(int64_t timeUs, size_t samples) {
+MediaBuffer* makeTimedBuffer(int64_t timeUs, size_t samples) {
     MediaBuffer* buffer = new MediaBuffer(samples * 2);
     int16_t* s = (int16_t*)buffer->data();
     std::fill(s, s + samples, (int16_t)(timeUs / 1000));
@@ -21,29 +17,24 @@ MediaBuffer* makeBuffer(int64_t timeUs, size_t samples) {
     return buffer;
 }
 
-// Every sample is looked at, so that memory given back under the reader
-// shows under ASan.
-std::string intact(MediaBuffer* buffer) {
+std::string timedBufferIntact(MediaBuffer* buffer, int64_t timeUs) {
     if (buffer == NULL) return "";
-    int64_t t = -1;
-    if (!buffer->meta_data().findInt64(kKeyTime, &t)) return "buffer in play without a time";
     const int16_t* s = (const int16_t*)buffer->data();
     for (size_t i = 0; i < buffer->range_length() / 2; ++i) {
-        if (s[i] != (int16_t)(t / 1000)) {
-            return "buffer in play (" + std::to_string(t) + " us) overwritten at " +
+        if (s[i] != (int16_t)(timeUs / 1000)) {
+            return "buffer in play (" + std::to_string(timeUs) + " us) overwritten at " +
                    std::to_string(i);
         }
     }
     return "";
 }
 
-}  // namespace
-
 std::string runCacheOperations(MediaBufferCache* cache, const sp<RotavoxSource>& owner,
                                int sampleRate, int channels, int steps, const Pick& pick,
                                const std::function<bool()>& more) {
     MediaBufferCacheInspector view(cache);
     MediaBuffer* inPlay = NULL;      // kept until the next read, as the stage keeps it
+    int64_t inPlayUs = -1;
     int64_t refillNextUs = -1;       // next time of the backward refill in progress
     for (int step = 0; step < steps && (!more || more()); ++step) {
         const std::vector<int64_t> times = view.times();
@@ -57,7 +48,7 @@ std::string runCacheOperations(MediaBufferCache* cache, const sp<RotavoxSource>&
                 if (appendAborts) break;
                 const int64_t endUs = times.empty() ? 0 : times.back();
                 const int64_t t = endUs + pick(0, 400000);
-                MediaBuffer* b = makeBuffer(t, frames * channels);
+                MediaBuffer* b = makeTimedBuffer(t, frames * channels);
                 cache->append(b, stamped);
                 b->release();
                 if (stamped != t) return "step " + std::to_string(step) + ": stamped time differs";
@@ -78,7 +69,7 @@ std::string runCacheOperations(MediaBufferCache* cache, const sp<RotavoxSource>&
                 } else {
                     t = std::max<int64_t>(0, times[cont] - pick(1, 2000000));
                 }
-                MediaBuffer* b = makeBuffer(t, frames * channels);
+                MediaBuffer* b = makeTimedBuffer(t, frames * channels);
                 cache->append(b, stamped);
                 b->release();
                 refillNextUs = t + (int64_t)frames * 1000000 / sampleRate;
@@ -87,6 +78,9 @@ std::string runCacheOperations(MediaBufferCache* cache, const sp<RotavoxSource>&
             }
             case 3: case 4:
                 cache->read(&inPlay, pick(0, 1) != 0);
+                if (inPlay != NULL && !inPlay->meta_data().findInt64(kKeyTime, &inPlayUs)) {
+                    return "step " + std::to_string(step) + ": buffer in play without a time";
+                }
                 what = "read";
                 break;
             case 5:
@@ -130,7 +124,7 @@ std::string runCacheOperations(MediaBufferCache* cache, const sp<RotavoxSource>&
                 what = "format";
                 break;
         }
-        std::string broken = view.checkInvariants() + intact(inPlay);
+        std::string broken = view.checkInvariants() + timedBufferIntact(inPlay, inPlayUs);
         if (!cache->isReadBufferInvalid() && view.readIndex() < 0) {
             broken += "valid reader outside the list; ";
         }

@@ -22,6 +22,14 @@
 namespace android {
 namespace testing {
 
+// A 16-bit buffer of |samples| samples, every one telling |timeUs| in ms, so
+// that audio changed under a reader shows.
+MediaBuffer* makeTimedBuffer(int64_t timeUs, size_t samples);
+// "" while |buffer| (NULL: none) still holds what makeTimedBuffer gave it for
+// |timeUs|, else what changed.  Every sample is looked at, so that memory
+// given back under the reader shows under ASan.
+std::string timedBufferIntact(MediaBuffer* buffer, int64_t timeUs);
+
 // A number in [lo, hi]; false from |more| ends the run early.
 using Pick = std::function<int64_t(int64_t lo, int64_t hi)>;
 

@@ -3,6 +3,7 @@
 // White-box views of MediaBufferCache and RotavoxSource for their tests.  Both
 // classes name these inspectors as friends; nothing else uses them.
 
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -39,18 +40,9 @@ public:
     int continuousIndex() const { return indexOf(c->mNodeContinuousFrom); }
     int readIndex() const { return indexOf(c->mReadNode); }
     size_t activeCount() const { return c->mActiveBuffers.size(); }
-    MediaBuffer* retiredBuffer() const { return c->mRetiredBuffer; }
     int64_t readPosUs() const { return c->mReadPosUs; }
     void setReadPosUs(int64_t v) { c->mReadPosUs = v; }
     uint32_t cachedBytes() const { return c->mCachedBytes; }
-    uint32_t sampleSize() const { return c->mSampleSize; }
-    int64_t cacheStartField() const { return c->mCacheStartUs; }
-    int64_t cacheEndField() const { return c->mCacheEndUs; }
-    MediaBuffer* activeAt(size_t index) const {
-        auto it = c->mActiveBuffers.begin();
-        while (index-- > 0) ++it;
-        return *it;
-    }
 
     // Structural invariants that must hold after every public operation.
     // Returns an empty string when they do, else a description.
@@ -63,9 +55,6 @@ public:
         if (c->mActiveBuffers.empty() && (cont != -1 || read != -1)) {
             err << "empty list with a valid iterator; ";
         }
-        if (!c->mActiveBuffers.empty() && cont == -1) {
-            // Only recycling can leave a list without a continuous stretch.
-        }
         if (read >= 0 && cont >= 0 && read < cont) err << "reader in front of the stretch; ";
         std::vector<int64_t> t = times();
         for (size_t i = 0; i < t.size(); ++i) {
@@ -77,28 +66,21 @@ public:
             }
         }
         uint64_t bytes = 0;
-        std::vector<MediaBuffer*> seen;
-        for (auto it = c->mActiveBuffers.begin(); it != c->mActiveBuffers.end(); ++it) {
-            bytes += (*it)->size();
-            seen.push_back(*it);
-        }
-        for (auto it = c->mFreeBuffers.begin(); it != c->mFreeBuffers.end(); ++it) {
-            bytes += (*it)->size();
-            seen.push_back(*it);
+        std::set<MediaBuffer*> owned;
+        for (const List<MediaBuffer*>* list : {&c->mActiveBuffers, &c->mFreeBuffers}) {
+            for (auto it = list->begin(); it != list->end(); ++it) {
+                bytes += (*it)->size();
+                if (!owned.insert(*it).second) err << "buffer owned twice; ";
+            }
         }
         // A buffer the cache gave up while it was being played: out of both
         // lists, and counted only while it is bound for the free list.
         if (c->mRetiredBuffer != NULL) {
             if (c->mRetiredToFreeList) bytes += c->mRetiredBuffer->size();
-            seen.push_back(c->mRetiredBuffer);
+            if (!owned.insert(c->mRetiredBuffer).second) err << "buffer owned twice; ";
         }
         if (bytes != c->mCachedBytes) {
             err << "byte accounting " << c->mCachedBytes << " vs " << bytes << "; ";
-        }
-        for (size_t i = 0; i < seen.size(); ++i) {
-            for (size_t j = i + 1; j < seen.size(); ++j) {
-                if (seen[i] == seen[j]) err << "buffer owned twice; ";
-            }
         }
         return err.str();
     }
@@ -112,25 +94,14 @@ public:
     explicit RotavoxSourceInspector(const sp<RotavoxSource>& source) : s(source.get()) {}
 
     Mutex& lock() { return s->mLock; }
-    MediaBufferCache* cache() { return s->mCache; }
     bool decoding() const { return s->mDecoding.load(); }
-    status_t finalStatus() const { return s->mFinalStatus.load(); }
     int32_t generation() const { return s->mDecodeGeneration.load(); }
-    bool paused() const { return s->mPaused.load(); }
 
     // The following take the source's lock.
     int64_t cacheStartTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheStartTimeUs; }
     int64_t cacheEndTimeUs() { Mutex::Autolock l(s->mLock); return s->mCacheEndTimeUs; }
-    int64_t readPosUs() { Mutex::Autolock l(s->mLock); return MediaBufferCacheInspector(s->mCache).readPosUs(); }
-    bool readBufferInvalid() { Mutex::Autolock l(s->mLock); return s->mCache->isReadBufferInvalid(); }
     // For a caller that already holds the source's lock, taken through
     // lock(), which the lock analysis cannot tie to the source's own.
-    int64_t lastBackfillRequestPosUs_l() NO_THREAD_SAFETY_ANALYSIS {
-        return s->mLastBackfillRequestPosUs;
-    }
-    int64_t lastBackfillRequestTime_l() NO_THREAD_SAFETY_ANALYSIS {
-        return s->mLastBackfillRequestTime;
-    }
     status_t updateCacheIfNecessary_l(int64_t positionUs) NO_THREAD_SAFETY_ANALYSIS {
         return s->updateCacheIfNecessary_l(positionUs);
     }

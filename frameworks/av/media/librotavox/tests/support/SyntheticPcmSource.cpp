@@ -122,8 +122,8 @@ status_t SyntheticPcmSource::read(MediaBufferBase** buffer, const ReadOptions* o
     if (options != NULL && !options->getSeekTo(&seekUs, &mode)) {
         seekUs = -1;
     }
-    const int readNumber = ++mReadsEntered;
-    mSeeksEntered.push_back(seekUs);
+    mRecords.push_back({seekUs, WOULD_BLOCK, -1});
+    const int readNumber = (int)mRecords.size();
     mChanged.notify_all();
 
     mChanged.wait(lock, [this] { return !mGateClosed; });
@@ -160,8 +160,8 @@ status_t SyntheticPcmSource::read(MediaBufferBase** buffer, const ReadOptions* o
         *buffer = out;
         result = OK;
     }
-    mRecords.push_back({seekUs, result, timeUs});
-    ++mReadsDone;
+    mRecords[readNumber - 1].result = result;
+    mRecords[readNumber - 1].timeUs = timeUs;
     mChanged.notify_all();
     return result;
 }
@@ -180,13 +180,7 @@ void SyntheticPcmSource::openGate() {
 bool SyntheticPcmSource::waitForReadsEntered(int count, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mMutex);
     return mChanged.wait_for(lock, stretched(std::chrono::milliseconds(timeoutMs)),
-                             [&] { return mReadsEntered >= count; });
-}
-
-bool SyntheticPcmSource::waitForReadsDone(int count, int timeoutMs) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, stretched(std::chrono::milliseconds(timeoutMs)),
-                             [&] { return mReadsDone >= count; });
+                             [&] { return (int)mRecords.size() >= count; });
 }
 
 std::vector<SyntheticReadRecord> SyntheticPcmSource::records() const {
@@ -194,14 +188,9 @@ std::vector<SyntheticReadRecord> SyntheticPcmSource::records() const {
     return mRecords;
 }
 
-std::vector<int64_t> SyntheticPcmSource::seeksEntered() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mSeeksEntered;
-}
-
 int SyntheticPcmSource::readsEntered() const {
     std::lock_guard<std::mutex> lock(mMutex);
-    return mReadsEntered;
+    return (int)mRecords.size();
 }
 
 int SyntheticPcmSource::stopCount() const {

@@ -39,7 +39,7 @@ struct SyntheticPcmConfig {
 
 struct SyntheticReadRecord {
     int64_t seekUs;  // -1: no seek requested
-    status_t result;
+    status_t result;  // WOULD_BLOCK while the read runs
     int64_t timeUs;  // kKeyTime of the buffer handed out, -1 if none
 };
 
@@ -58,10 +58,8 @@ public:
 
     // Waits (on a condition, bounded) until |count| reads have entered read().
     bool waitForReadsEntered(int count, int timeoutMs = 10000);
-    bool waitForReadsDone(int count, int timeoutMs = 10000);
 
     std::vector<SyntheticReadRecord> records() const;
-    std::vector<int64_t> seeksEntered() const;  // seek of every read at entry
     int readsEntered() const;
     int stopCount() const;
 
@@ -91,11 +89,8 @@ private:
     int64_t mNextFrame = 0;
     int mPendingFormatChanges = 0;
     bool mGateClosed = false;
-    int mReadsEntered = 0;
-    int mReadsDone = 0;
     int mStops = 0;
-    std::vector<SyntheticReadRecord> mRecords;
-    std::vector<int64_t> mSeeksEntered;
+    std::vector<SyntheticReadRecord> mRecords;  // one per read, from its entry
 
     void fill(uint8_t* dst, int64_t firstFrame, int64_t frames) const;
     size_t bytesPerSample() const;
