@@ -303,6 +303,18 @@ protected:
     int64_t bigTime(int i) const { return 10000000 + i * kBigUs; }
 };
 
+// Below the limit the cache only grows: nothing the reader has left behind
+// is taken for new audio, and a buffer given back is kept for reuse.
+TEST_F(MediaBufferCacheMemoryTest, BelowTheLimitNothingIsRecycledOrDestroyed) {
+    for (int i = 0; i < 40; ++i) append(bigTime(i), kBigFrames);
+    readTime(true);
+    append(bigTime(40), kBigFrames);
+    EXPECT_EQ(bigTime(0), mCache->getCacheStartTimeUs());
+    mCache->releaseToEnd(bigTime(40));
+    EXPECT_EQ(41u << 20, in().cachedBytes());
+    expectSane();
+}
+
 TEST_F(MediaBufferCacheMemoryTest, ForwardRecyclesTheOldestBufferOfTheStretch) {
     for (int i = 0; i < 59; ++i) append(bigTime(i), kBigFrames);
     EXPECT_EQ(59u << 20, in().cachedBytes());
