@@ -142,23 +142,12 @@ void LooperGate::onMessageReceived(const sp<AMessage> &) {
     while (!mReleased) mCondition.wait(mLock);
 }
 
-namespace {
-struct Replier : public AHandler {
-    void onMessageReceived(const sp<AMessage> &msg) override {
-        sp<AReplyToken> token;
-        if (msg->senderAwaitsResponse(&token)) {
-            (new AMessage)->postReply(token);
-        }
-    }
-};
-}  // namespace
-
 void syncLooper(const sp<ALooper> &looper) {
-    sp<Replier> replier = new Replier;
-    looper->registerHandler(replier);
-    sp<AMessage> response;
-    (new AMessage('sync', replier))->postAndAwaitResponse(&response);
-    looper->unregisterHandler(replier->id());
+    sp<LooperGate> gate = new LooperGate;
+    gate->close(looper);
+    gate->waitClosed();
+    gate->open();
+    looper->unregisterHandler(gate->id());
 }
 
 }  // namespace decodertest
