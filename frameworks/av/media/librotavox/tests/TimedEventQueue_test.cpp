@@ -78,10 +78,7 @@ public:
         for (const Firing& f : firings()) t.push_back(f.tag);
         return t;
     }
-    size_t size() const {
-        Mutex::Autolock _l(mLock);
-        return mFirings.size();
-    }
+    size_t size() const { return firings().size(); }
 
 private:
     mutable Mutex mLock;  // guards mFirings
@@ -323,6 +320,9 @@ TEST(TimedEventQueueCancelTest, TheWaitingThreadFollowsChangesOfTheHead) {
 
     queue.postEventWithDelay(new TestEvent(&log, 3), 1000);
     ASSERT_TRUE(log.waitForCount(1));
+    // Cancelled only once the thread waits for it again.
+    ASSERT_TRUE(testing::waitUntil(
+            [&] { return capture.count(kTag, "delay_us exceeds max timeout: 13") >= 2; }));
     EXPECT_TRUE(queue.cancelEvent(idB));
     ASSERT_TRUE(capture.waitFor(
             kTag, "Event " + std::to_string(idB) + " was not found in the queue, already cancelled?",
