@@ -98,7 +98,8 @@ struct FixtureCase {
     const char *name;
     bool lossless;
     bool raw;          // passed through without a codec
-    int32_t pfmt;      // expected "pfmt" with the FLAC property off
+    int32_t pfmt;      // expected "pfmt"
+    const char *flacProperty = "false";
 };
 
 class AudioDecoderFixtureTest : public ::testing::TestWithParam<FixtureCase> {};
@@ -106,6 +107,7 @@ class AudioDecoderFixtureTest : public ::testing::TestWithParam<FixtureCase> {};
 TEST_P(AudioDecoderFixtureTest, MatchesReferenceDecodeInAnnouncedFormat) {
     const FixtureCase &c = GetParam();
     const std::string path = fixturePath(c.name);
+    ScopedFlacProperty property(c.flacProperty);
     sp<AudioDecoder> decoder = openDecoder(c.name);
     ASSERT_EQ(OK, decoder->start(nullptr));
 
@@ -157,6 +159,8 @@ TEST_P(AudioDecoderFixtureTest, MatchesReferenceDecodeInAnnouncedFormat) {
 INSTANTIATE_TEST_SUITE_P(
         Fixtures, AudioDecoderFixtureTest,
         ::testing::Values(FixtureCase{"flac16.flac", true, false, AUDIO_FORMAT_PCM_16_BIT},
+                          FixtureCase{"flac24.flac", true, false, AUDIO_FORMAT_PCM_24_BIT_PACKED,
+                                      "true"},
                           FixtureCase{"six.flac", true, false, AUDIO_FORMAT_PCM_16_BIT},
                           FixtureCase{"twotracks.mkv", true, false, AUDIO_FORMAT_PCM_16_BIT},
                           FixtureCase{"alac.m4a", true, false, AUDIO_FORMAT_PCM_16_BIT},
@@ -179,19 +183,6 @@ INSTANTIATE_TEST_SUITE_P(
             for (char &ch : n) if (!isalnum((unsigned char)ch)) ch = '_';
             return n;
         });
-
-// The choice itself is the table below; this is the whole way from the
-// property to the samples.
-TEST(AudioDecoderFormatTest, FlacPropertyOnDecodes24BitFlacAs24Bit) {
-    ScopedFlacProperty on("true");
-    sp<AudioDecoder> decoder = openDecoder("flac24.flac");
-    ASSERT_EQ(OK, decoder->start(nullptr));
-    EXPECT_EQ(AUDIO_FORMAT_PCM_24_BIT_PACKED, pfmtOf(decoder));
-    Decoded d = drain(decoder);
-    std::vector<uint8_t> ref = referenceDecode(fixturePath("flac24.flac"), "s24le");
-    ASSERT_EQ(ref.size(), d.pcm.size());
-    EXPECT_TRUE(ref == d.pcm);
-}
 
 TEST(AudioDecoderFormatTest, PcmEncodingChoiceByMime) {
     sp<AudioDecoder> decoder = openDecoder("wav16.wav");  // no codec needed
