@@ -90,8 +90,6 @@ std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int
     return out;
 }
 
-MessageCollector::MessageCollector() {}
-
 void MessageCollector::onMessageReceived(const sp<AMessage> &msg) {
     Mutex::Autolock l(mLock);
     mMessages.push_back(msg);
@@ -116,8 +114,6 @@ size_t MessageCollector::count() {
     Mutex::Autolock l(mLock);
     return mMessages.size();
 }
-
-LooperGate::LooperGate() {}
 
 void LooperGate::close(const sp<ALooper> &looper) {
     looper->registerHandler(this);

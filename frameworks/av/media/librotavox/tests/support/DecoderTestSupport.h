@@ -100,7 +100,6 @@ std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int
 
 // Collects messages posted to it, on a looper of its own.
 struct MessageCollector : public AHandler {
-    MessageCollector();
     // Waits for the next message; null on time-out.
     sp<AMessage> next(std::chrono::milliseconds timeout = std::chrono::seconds(10));
     size_t count();
@@ -118,7 +117,6 @@ private:
 // A handler that, once a message reaches it, holds its looper's thread until
 // released: messages posted behind it wait.
 struct LooperGate : public AHandler {
-    LooperGate();
     void close(const sp<ALooper> &looper);  // posts the holding message
     void waitClosed();                      // the looper's thread is held
     void open();
