@@ -14,6 +14,7 @@
 #include <system/audio.h>
 
 #include <LogCapture.h>
+#include <TestTime.h>
 #include <dirent.h>
 #include <sys/resource.h>
 #include <utils/ThreadDefs.h>
@@ -714,7 +715,17 @@ TEST_F(AudioDecoderFlowTest, CodecErrorOnlyLogs) {
     mDecoder->onMessageReceived(input);
     sp<AMessage> output = nextCallback(MediaCodec::CB_OUTPUT_AVAILABLE);
     ASSERT_NE(nullptr, output.get());
-    mDecoder->onMessageReceived(output);
+    // The buffer is queued under the decoder's lock (a reader waits on it):
+    // while the test holds that lock the handler cannot finish.  The wait
+    // only ever ends early when the lock is not taken.
+    std::future<void> handled;
+    {
+        Mutex::Autolock l(Peer::lock(mDecoder.get()));
+        handled = std::async(std::launch::async, [&] { mDecoder->onMessageReceived(output); });
+        EXPECT_EQ(std::future_status::timeout,
+                  handled.wait_for(testing::stretched(std::chrono::milliseconds(200))));
+    }
+    handled.get();
     EXPECT_EQ(1u, Peer::queuedBuffers(mDecoder.get()));
 }
 
