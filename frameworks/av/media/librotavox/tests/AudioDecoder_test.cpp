@@ -697,7 +697,7 @@ TEST_F(AudioDecoderFlowTest, BufferCallbacksDuringASeekAreIgnored) {
     afterSeek->release();
 }
 
-TEST_F(AudioDecoderFlowTest, CodecErrorOnlyLogs) {
+TEST_F(AudioDecoderFlowTest, CodecErrorOnlyLogsAndOutputIsQueuedUnderTheLock) {
     LogCapture log;
     openRedirected("flac16.flac");
     ASSERT_EQ(OK, mDecoder->start(nullptr));
