@@ -4,6 +4,7 @@
 
 #include <media/stagefright/MediaBuffer.h>
 #include <media/stagefright/MetaData.h>
+#include <system/audio.h>
 #include "TestTime.h"
 #include <media/stagefright/foundation/AString.h>
 
@@ -35,21 +36,12 @@ sp<NuMediaExtractor> openExtractor(const std::string &path, ssize_t track, bool 
     return extractor;
 }
 
-std::string sampleFormatForPfmt(int32_t pfmt) {
+PcmLayout layoutOf(int32_t pfmt) {
     switch (pfmt) {
-        case 2: return "u8";
-        case 6: return "s24le";
-        case 3: return "s32le";
-        default: return "s16le";
-    }
-}
-
-size_t bytesPerSampleForPfmt(int32_t pfmt) {
-    switch (pfmt) {
-        case 2: return 1;
-        case 6: return 3;
-        case 3: return 4;
-        default: return 2;
+        case AUDIO_FORMAT_PCM_8_BIT: return {"u8", 1};
+        case AUDIO_FORMAT_PCM_24_BIT_PACKED: return {"s24le", 3};
+        case AUDIO_FORMAT_PCM_32_BIT: return {"s32le", 4};
+        default: return {"s16le", 2};
     }
 }
 
@@ -86,43 +78,17 @@ Decoded drain(const sp<AudioDecoder> &decoder, int maxReads,
 
 std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int channels,
                               int channel) {
-    const size_t bps = bytesPerSampleForPfmt(pfmt);
-    const size_t count = pcm.size() / bps;
+    const size_t bytes = layoutOf(pfmt).bytes;
     std::vector<double> out;
-    out.reserve(channel < 0 ? count : count / channels);
-    for (size_t i = 0; i < count; ++i) {
-        if (channel >= 0 && (int)(i % channels) != channel) continue;
-        const uint8_t *p = &pcm[i * bps];
-        double v;
-        switch (pfmt) {
-            case 2:
-                v = (p[0] - 128) / 128.0;
-                break;
-            case 6: {
-                int32_t s = (int32_t)((uint32_t)p[0] << 8 | (uint32_t)p[1] << 16 |
-                                      (uint32_t)p[2] << 24) >> 8;
-                v = s / 8388608.0;
-                break;
-            }
-            case 3: {
-                int32_t s;
-                memcpy(&s, p, 4);
-                v = s / 2147483648.0;
-                break;
-            }
-            default: {
-                int16_t s;
-                memcpy(&s, p, 2);
-                v = s / 32768.0;
-                break;
-            }
-        }
-        out.push_back(v);
+    for (size_t i = channel; i < pcm.size() / bytes; i += channels) {
+        // The sample goes into the top bytes of a little-endian int32.
+        int32_t s = 0;
+        memcpy(reinterpret_cast<uint8_t *>(&s) + 4 - bytes, &pcm[i * bytes], bytes);
+        if (bytes == 1) s ^= INT32_MIN;  // 8-bit PCM is unsigned
+        out.push_back(s / 2147483648.0);
     }
     return out;
 }
-
-MessageCollector::MessageCollector() {}
 
 void MessageCollector::onMessageReceived(const sp<AMessage> &msg) {
     Mutex::Autolock l(mLock);
@@ -149,8 +115,6 @@ size_t MessageCollector::count() {
     return mMessages.size();
 }
 
-LooperGate::LooperGate() {}
-
 void LooperGate::close(const sp<ALooper> &looper) {
     looper->registerHandler(this);
     (new AMessage('gate', this))->post();
@@ -174,23 +138,12 @@ void LooperGate::onMessageReceived(const sp<AMessage> &) {
     while (!mReleased) mCondition.wait(mLock);
 }
 
-namespace {
-struct Replier : public AHandler {
-    void onMessageReceived(const sp<AMessage> &msg) override {
-        sp<AReplyToken> token;
-        if (msg->senderAwaitsResponse(&token)) {
-            (new AMessage)->postReply(token);
-        }
-    }
-};
-}  // namespace
-
 void syncLooper(const sp<ALooper> &looper) {
-    sp<Replier> replier = new Replier;
-    looper->registerHandler(replier);
-    sp<AMessage> response;
-    (new AMessage('sync', replier))->postAndAwaitResponse(&response);
-    looper->unregisterHandler(replier->id());
+    sp<LooperGate> gate = new LooperGate;
+    gate->close(looper);
+    gate->waitClosed();
+    gate->open();
+    looper->unregisterHandler(gate->id());
 }
 
 }  // namespace decodertest

@@ -29,14 +29,9 @@ struct AudioDecoderTestPeer {
         Mutex::Autolock l(d->mLock);
         return d->mOutputBuffers.size();
     }
-    static std::vector<sp<AMessage>> pendingInput(AudioDecoder *d) {
+    static size_t pendingInputCount(AudioDecoder *d) {
         Mutex::Autolock l(d->mLock);
-        std::vector<sp<AMessage>> out;
-        for (List<sp<AMessage>>::iterator it = d->mPendingInputMessages.begin();
-             it != d->mPendingInputMessages.end(); ++it) {
-            out.push_back(*it);
-        }
-        return out;
+        return d->mPendingInputMessages.size();
     }
     static void addPendingInput(AudioDecoder *d, const sp<AMessage> &msg) {
         Mutex::Autolock l(d->mLock);
@@ -78,9 +73,13 @@ using testing::referenceDecode;
 sp<NuMediaExtractor> openExtractor(const std::string &path, ssize_t track = -1,
                                    bool *selected = nullptr);
 
-// ffmpeg's name for the packed PCM that an audio_format_t number stands for.
-std::string sampleFormatForPfmt(int32_t pfmt);
-size_t bytesPerSampleForPfmt(int32_t pfmt);
+// The packed PCM an audio_format_t number stands for: ffmpeg's name for it
+// and the bytes of one sample.
+struct PcmLayout {
+    const char *ffmpegName;
+    size_t bytes;
+};
+PcmLayout layoutOf(int32_t pfmt);
 
 struct Decoded {
     std::vector<uint8_t> pcm;
@@ -95,14 +94,12 @@ struct Decoded {
 Decoded drain(const sp<AudioDecoder> &decoder, int maxReads = 1000000,
               const MediaSource::ReadOptions *firstOptions = nullptr);
 
-// Samples of |pcm| (one channel, or all interleaved with channel < 0) as
-// doubles in [-1, 1).
+// Samples of channel |channel| of |pcm| as doubles in [-1, 1).
 std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int channels,
                               int channel);
 
 // Collects messages posted to it, on a looper of its own.
 struct MessageCollector : public AHandler {
-    MessageCollector();
     // Waits for the next message; null on time-out.
     sp<AMessage> next(std::chrono::milliseconds timeout = std::chrono::seconds(10));
     size_t count();
@@ -120,7 +117,6 @@ private:
 // A handler that, once a message reaches it, holds its looper's thread until
 // released: messages posted behind it wait.
 struct LooperGate : public AHandler {
-    LooperGate();
     void close(const sp<ALooper> &looper);  // posts the holding message
     void waitClosed();                      // the looper's thread is held
     void open();
