@@ -76,9 +76,6 @@ struct RotavoxTestPeer {
     }
     status_t prepareAsync_l() NO_THREAD_SAFETY_ANALYSIS { return player.prepareAsync_l(); }
     void abortPrepare(status_t err) NO_THREAD_SAFETY_ANALYSIS { player.abortPrepare(err); }
-    void postCheckStatusEvent_l(int64_t delayUs) NO_THREAD_SAFETY_ANALYSIS {
-        player.postCheckStatusEvent_l(delayUs);
-    }
     void createAudioPlayer_l() NO_THREAD_SAFETY_ANALYSIS { player.createAudioPlayer_l(); }
     status_t startAudioPlayer_l() NO_THREAD_SAFETY_ANALYSIS {
         return player.startAudioPlayer_l(false);
@@ -349,14 +346,23 @@ TEST_F(RotavoxTest, EveryBadInputAnswersWithAStatusAndLosesNothing) {
     struct stat st;
     ASSERT_EQ(0, stat(flac.c_str(), &st));
     const int64_t flacBytes = st.st_size;
-    auto withFd = [](const std::string& path, int flags, auto fn) {
-        int fd = open(path.c_str(), flags);
-        status_t err = fn(fd);
-        if (fd >= 0) close(fd);
-        return err;
-    };
     auto path = [](const std::string& p) {
         return [p](Rotavox& r) { return r.setDataSource(p.c_str()); };
+    };
+    // The descriptor is closed once the player has it, as an application may.
+    auto descriptor = [](const std::string& p, int flags, int64_t offset, int64_t length) {
+        return [=](Rotavox& r) {
+            const int fd = open(p.c_str(), flags);
+            const status_t err = r.setDataSource(fd, offset, length);
+            if (fd >= 0) close(fd);
+            return err;
+        };
+    };
+    auto withProperty = [](const char* key, const char* value, const std::string& p) {
+        return [=](Rotavox& r) {
+            property_set(key, value);
+            return r.setDataSource(p.c_str());
+        };
     };
     const char* kCacheParams = "media.rotavox.cache-params";
     const char* kFlac24 = "flac.sw.decoder.24bit.support";
@@ -373,22 +379,9 @@ TEST_F(RotavoxTest, EveryBadInputAnswersWithAStatusAndLosesNothing) {
         {"video only", path(fixture("video-only.mp4"))},
         {"3 channels", path(fixture("three.flac"))},
         {"6 channels", path(fixture("six.flac"))},
-        {"descriptor: length beyond the end",
-         [&](Rotavox& r) {
-             return withFd(flac, O_RDONLY, [&](int fd) {
-                 return r.setDataSource(fd, 0, flacBytes + 1000000);
-             });
-         }},
-        {"descriptor: offset beyond the end",
-         [&](Rotavox& r) {
-             return withFd(flac, O_RDONLY, [&](int fd) {
-                 return r.setDataSource(fd, flacBytes + 4096, 1000);
-             });
-         }},
-        {"descriptor: negative offset",
-         [&](Rotavox& r) {
-             return withFd(flac, O_RDONLY, [&](int fd) { return r.setDataSource(fd, -5, 1000); });
-         }},
+        {"descriptor: length beyond the end", descriptor(flac, O_RDONLY, 0, flacBytes + 1000000)},
+        {"descriptor: offset beyond the end", descriptor(flac, O_RDONLY, flacBytes + 4096, 1000)},
+        {"descriptor: negative offset", descriptor(flac, O_RDONLY, -5, 1000)},
         {"descriptor: closed",
          [&](Rotavox& r) {
              int fd = open(flac.c_str(), O_RDONLY);
@@ -396,39 +389,13 @@ TEST_F(RotavoxTest, EveryBadInputAnswersWithAStatusAndLosesNothing) {
              return r.setDataSource(fd, 0, flacBytes);
          }},
         {"descriptor: -1", [](Rotavox& r) { return r.setDataSource(-1, 0, 100); }},
-        {"descriptor: a directory",
-         [&](Rotavox& r) {
-             return withFd(fixture(""), O_RDONLY | O_DIRECTORY,
-                           [&](int fd) { return r.setDataSource(fd, 0, 100); });
-         }},
-        {"descriptor: write-only",
-         [&](Rotavox& r) {
-             const std::string tmp = ::testing::TempDir() + "rotavox-wronly";
-             int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-             // A whole FLAC file behind it: only the access mode is wrong.
-             std::ifstream in(flac, std::ios::binary);
-             std::string bytes((std::istreambuf_iterator<char>(in)), {});
-             EXPECT_EQ((ssize_t)bytes.size(), write(fd, bytes.data(), bytes.size()));
-             status_t err = r.setDataSource(fd, 0, flacBytes);
-             close(fd);
-             unlink(tmp.c_str());
-             return err;
-         }},
-        {"`media.rotavox.cache-params` = `abc`",
-         [&](Rotavox& r) {
-             property_set(kCacheParams, "abc");
-             return r.setDataSource(flac.c_str());
-         }},
-        {"`media.rotavox.cache-params` = `1/2`",
-         [&](Rotavox& r) {
-             property_set(kCacheParams, "1/2");
-             return r.setDataSource(flac.c_str());
-         }},
+        {"descriptor: a directory", descriptor(fixture(""), O_RDONLY | O_DIRECTORY, 0, 100)},
+        // The fixture itself behind it: only the access mode is wrong.
+        {"descriptor: write-only", descriptor(flac, O_WRONLY, 0, flacBytes)},
+        {"`media.rotavox.cache-params` = `abc`", withProperty(kCacheParams, "abc", flac)},
+        {"`media.rotavox.cache-params` = `1/2`", withProperty(kCacheParams, "1/2", flac)},
         {"`flac.sw.decoder.24bit.support` = `maybe`",
-         [&](Rotavox& r) {
-             property_set(kFlac24, "maybe");
-             return r.setDataSource(fixture("flac24.flac").c_str());
-         }},
+         withProperty(kFlac24, "maybe", fixture("flac24.flac"))},
     };
     std::set<std::string> documented;
     Rotavox player;
@@ -910,8 +877,7 @@ TEST_F(FaultTest, EveryFaultAtEverySpeedLeavesAPlayerThatAnswersAndPlaysAgain) {
 
 // Play goes on past a burst of garbage, reached by playing through it and by
 // seeking into it: once past it, the output is the file's own decode,
-// sample for sample (as an independent ffmpeg decode has it).  In the AAC
-// file the noise reaches the codec itself, which reports it.
+// sample for sample (as an independent ffmpeg decode has it).
 TEST_F(FaultTest, PlayGoesOnPastABurstOfGarbage) {
     for (const char* file : {"mp3.mp3", "aac.m4a", "flac16.flac"}) {
         for (bool seekInto : {false, true}) {
@@ -954,9 +920,6 @@ TEST_F(FaultTest, PlayGoesOnPastABurstOfGarbage) {
             const int64_t found = findWindow(reference, &out[2 * lookFrame], kWindow,
                                              burstUs * 44100 / 1000000, 4);
             EXPECT_GE(found, 0) << "the output after the burst is not the file's decode";
-            if (strstr(file, ".m4a")) {
-                EXPECT_TRUE(mLog.contains("AudioDecoder", "Decoder reported error"));
-            }
         }
     }
 }
@@ -1154,15 +1117,6 @@ TEST(RotavoxDeathTest, BrokenInvariantsAbortWithTheirTexts) {
                 peer.abortPrepare(OK);
             },
             "frameworks/av/media/librotavox/Rotavox:797 CHECK\\(err != OK\\) failed\\.");
-    EXPECT_DEATH(
-            {
-                Rotavox player;
-                RotavoxTestPeer peer(player);
-                Mutex::Autolock l(player.mLock);
-                peer.postCheckStatusEvent_l(-1);
-            },
-            "frameworks/av/media/librotavox/TimedEventQueue:113 CHECK\\(delay_us >= 0\\) "
-            "failed\\.");
     EXPECT_DEATH(
             {
                 Rotavox player;
