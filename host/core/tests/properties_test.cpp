@@ -130,14 +130,13 @@ TEST(PropertiesStartupTest, FirstUseLoadsFileThenEnvironmentOnce) {
 }
 
 TEST_F(PropertiesTest, GetTruncatesAndFallsBackToDefault) {
-    // A buffer of exactly PROPERTY_VALUE_MAX bytes inside a guard zone.
-    char guarded[PROPERTY_VALUE_MAX + 16];
-    memset(guarded, 0x5a, sizeof(guarded));
-    char* value = guarded;
+    // PROPERTY_VALUE_MAX bytes for the value, then a guard zone.
+    char value[PROPERTY_VALUE_MAX + 16];
+    memset(value, 0x5a, sizeof(value));
     EXPECT_EQ(PROPERTY_VALUE_MAX - 1, property_get("absent", value, std::string(200, 'd').c_str()));
     EXPECT_EQ(std::string(PROPERTY_VALUE_MAX - 1, 'd'), std::string(value));
-    for (size_t i = PROPERTY_VALUE_MAX; i < sizeof(guarded); ++i) {
-        EXPECT_EQ(0x5a, guarded[i]) << "byte " << i << " written";
+    for (size_t i = PROPERTY_VALUE_MAX; i < sizeof(value); ++i) {
+        EXPECT_EQ(0x5a, value[i]) << "byte " << i << " written";
     }
     EXPECT_EQ(0, property_get("absent", value, nullptr));
     EXPECT_STREQ("", value);

@@ -5,7 +5,6 @@
 // client's own looper, input is read straight into codec input buffers,
 // output is copied out and released at once.
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -132,10 +131,9 @@ protected:
             }
             case MediaCodec::CB_OUTPUT_AVAILABLE: {
                 int32_t index = -1, flags = 0;
-                size_t offset = 0, size = 0;
+                size_t size = 0;
                 int64_t timeUs = 0;
                 msg->findInt32("index", &index);
-                msg->findSize("offset", &offset);
                 msg->findSize("size", &size);
                 msg->findInt64("timeUs", &timeUs);
                 msg->findInt32("flags", &flags);

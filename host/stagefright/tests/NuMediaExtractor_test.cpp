@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,9 +17,7 @@
 
 #include <media/DataSource.h>
 #include <media/stagefright/MediaErrors.h>
-#include <media/stagefright/MetaData.h>
 #include <media/stagefright/NuMediaExtractor.h>
-#include <media/stagefright/Utils.h>
 #include <media/stagefright/foundation/ABuffer.h>
 #include <media/stagefright/foundation/AMessage.h>
 
@@ -92,12 +89,9 @@ TEST_P(FormatTest, ReportsTheTrack) {
     int64_t durationUs = -1;
     ASSERT_TRUE(format->findString("mime", &mime));
     EXPECT_STREQ(c.mime, mime.c_str());
-    for (const auto& kv : {std::make_pair("sample-rate", c.rate),
-                           std::make_pair("channel-count", c.channels)}) {
-        int32_t value = 0;
-        EXPECT_TRUE(format->findInt32(kv.first, &value)) << kv.first;
-        EXPECT_EQ(kv.second, value) << kv.first;
-    }
+    int32_t rate = 0, channels = 0;
+    EXPECT_TRUE(format->findInt32("sample-rate", &rate) && format->findInt32("channel-count", &channels));
+    EXPECT_EQ(std::make_pair(c.rate, c.channels), std::make_pair(rate, channels));
     EXPECT_TRUE(format->findInt64("durationUs", &durationUs));
     EXPECT_NEAR(c.durationUs, durationUs, c.toleranceUs);
     EXPECT_TRUE(format->findInt32("max-input-size", &maxInputSize));
