@@ -61,7 +61,6 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
     setenv("SDL_AUDIODRIVER", "disk", 1);
     setenv("SDL_DISKAUDIOFILE", rawPath.c_str(), 1);
     const uint32_t kTrackRate = 22050, kDeviceRate = 48000;
-    const int64_t kToneFrames = kTrackRate / 2;
     const double kToneHz = 1000.0, kAmplitude = 12000.0;
 
     struct Tone {
@@ -85,7 +84,7 @@ TEST(SdlSink, ConvertsATrackForADeviceAtAnotherRate) {
     Gate played;
     int64_t drainPeriods = -1;  // track thread only
     options.periodHook = [&](const HostAudioPeriod& p) {
-        if (p.deliveredFrames < kToneFrames) return;
+        if (p.deliveredFrames < tone.frames) return;
         // Keep going until the FIFO and the device buffer have played out.
         if (drainPeriods < 0) drainPeriods = 40;
         if (--drainPeriods == 0) played.open();

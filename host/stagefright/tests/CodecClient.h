@@ -5,9 +5,6 @@
 // client's own looper, input is read straight into codec input buffers,
 // output is copied out and released at once.
 
-#include <string.h>
-
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -37,35 +34,14 @@ struct CodecClient : public AHandler {
         size_t offset;  // byte offset of this buffer in pcm
     };
 
-    // Component chosen the way the engine does it: by name for APE, ALAC
-    // and DSD, by type otherwise.
-    static AString componentFor(const AString& mime) {
-        if (mime == "audio/x-ape") return "OMX.qcom.audio.decoder.ape";
-        if (mime == "audio/alac") return "OMX.qcom.audio.decoder.alac";
-        if (mime == "audio/dsd") return "OMX.qti.audio.decoder.dsd";
-        return AString();
-    }
-
-    // Opens |path|, selects audio track |audioIndex| (0 = first audio track)
-    // and configures a codec with |pcmEncoding| (< 0: leave it to the codec).
-    status_t open(const std::string& path, int audioIndex = 0, int32_t pcmEncoding = -1) {
+    // Opens |path|, selects |track| (an audio one) and configures a codec
+    // with |pcmEncoding| (< 0: leave it to the codec).
+    status_t open(const std::string& path, size_t track = 0, int32_t pcmEncoding = -1) {
         mExtractor = new NuMediaExtractor;
         status_t err = mExtractor->setDataSource(NULL, path.c_str());
+        if (err == OK) err = mExtractor->getTrackFormat(track, &mTrackFormat);
+        if (err == OK) err = mExtractor->selectTrack(track);
         if (err != OK) return err;
-        int seen = 0;
-        for (size_t i = 0; i < mExtractor->countTracks(); ++i) {
-            sp<AMessage> format;
-            if (mExtractor->getTrackFormat(i, &format) != OK) return UNKNOWN_ERROR;
-            AString mime;
-            if (!format->findString("mime", &mime)) return UNKNOWN_ERROR;
-            if (strncasecmp(mime.c_str(), "audio/", 6) == 0 && seen++ == audioIndex) {
-                mTrackFormat = format;
-                err = mExtractor->selectTrack(i);
-                if (err != OK) return err;
-                break;
-            }
-        }
-        if (mTrackFormat == NULL) return NAME_NOT_FOUND;
         if (pcmEncoding >= 0) mTrackFormat->setInt32("pcm-encoding", pcmEncoding);
         mLooper = new ALooper;
         mLooper->setName("CodecClient");
@@ -76,8 +52,11 @@ struct CodecClient : public AHandler {
         mCodecLooper->start();
         AString mime;
         mTrackFormat->findString("mime", &mime);
-        AString component = componentFor(mime);
-        mCodec = component.empty()
+        // Chosen the way the engine does it: by name for APE, ALAC and DSD.
+        const char* component = mime == "audio/x-ape" ? "OMX.qcom.audio.decoder.ape"
+                : mime == "audio/alac" ? "OMX.qcom.audio.decoder.alac"
+                : mime == "audio/dsd" ? "OMX.qti.audio.decoder.dsd" : nullptr;
+        mCodec = component == nullptr
                 ? MediaCodec::CreateByType(mCodecLooper, mime, false, &err)
                 : MediaCodec::CreateByComponentName(mCodecLooper, component, &err);
         if (mCodec == NULL) return err;
@@ -152,10 +131,9 @@ protected:
             }
             case MediaCodec::CB_OUTPUT_AVAILABLE: {
                 int32_t index = -1, flags = 0;
-                size_t offset = 0, size = 0;
+                size_t size = 0;
                 int64_t timeUs = 0;
                 msg->findInt32("index", &index);
-                msg->findSize("offset", &offset);
                 msg->findSize("size", &size);
                 msg->findInt64("timeUs", &timeUs);
                 msg->findInt32("flags", &flags);
