@@ -63,12 +63,13 @@ protected:
     }
 };
 
-// ---- Lossless: bit-exact against the ffmpeg tool. ----
+// ---- Lossless: bit-exact against the ffmpeg tool.  Only the conversions and
+// tracks AudioDecoder_test does not already take through this codec. ----
 
 struct LosslessCase {
     const char* file;
     int audioIndex;
-    int32_t pcmEncoding;  // -1: whatever the codec defaults to
+    int32_t pcmEncoding;
     const char* refFormat;
     int bitWidth;
 };
@@ -88,9 +89,7 @@ TEST_P(LosslessTest, MatchesFfmpegBitForBit) {
     std::vector<uint8_t> ref = referenceDecode(fixturePath(c.file), c.refFormat, c.audioIndex);
     ASSERT_FALSE(ref.empty());
     ASSERT_EQ(ref.size(), d.pcm.size());
-    size_t firstDiff = 0;
-    while (firstDiff < ref.size() && ref[firstDiff] == d.pcm[firstDiff]) ++firstDiff;
-    EXPECT_EQ(ref.size(), firstDiff) << "first differing byte";
+    EXPECT_TRUE(ref == d.pcm);
 
     int32_t bitWidth = 0, encoding = 0;
     AString mime;
@@ -105,14 +104,9 @@ TEST_P(LosslessTest, MatchesFfmpegBitForBit) {
 INSTANTIATE_TEST_SUITE_P(
         Fixtures, LosslessTest,
         ::testing::Values(
-                LosslessCase{"flac16.flac", 0, -1, "s16le", 16},
                 LosslessCase{"flac16.flac", 0, 3, "u8", 8},
-                LosslessCase{"flac24.flac", 0, 100, "s24le", 24},
                 LosslessCase{"flac24.flac", 0, 2, "s16le", 16},
                 LosslessCase{"flacmono.flac", 0, 2, "s16le", 16},
-                LosslessCase{"six.flac", 0, 2, "s16le", 16},
-                LosslessCase{"alac.m4a", 0, 2, "s16le", 16},
-                LosslessCase{"twotracks.mkv", 0, 2, "s16le", 16},
                 LosslessCase{"twotracks.mkv", 1, 2, "s16le", 16},
                 LosslessCase{"dsd.dsf", 0, 100, "s24le", 24}),
         [](const ::testing::TestParamInfo<LosslessCase>& info) {
@@ -161,14 +155,11 @@ TEST_F(CodecTest, StopLeavesTheCodecUnconfigured) {
     ASSERT_EQ(OK, client->mCodec->start());
     ASSERT_TRUE(client->waitForEos());
 
-    // Every output buffer went back to the codec; none has index 1000.
+    // Every output buffer went back to the codec.
     sp<MediaCodec> codec = client->mCodec;
     EXPECT_EQ(-EACCES, codec->releaseOutputBuffer(0));
-    EXPECT_EQ(-ERANGE, codec->releaseOutputBuffer(1000));
-    EXPECT_EQ(-ERANGE, codec->queueInputBuffer(1000, 0, 0, 0, 0));
     sp<MediaCodecBuffer> buffer;
     EXPECT_EQ(INVALID_OPERATION, codec->getOutputBuffer(0, &buffer));
-    EXPECT_EQ(INVALID_OPERATION, codec->getInputBuffer(1000, &buffer));
     EXPECT_EQ(nullptr, buffer.get());
     client->shutdown();
 }
@@ -230,10 +221,6 @@ TEST_F(CodecCreationTest, UnknownComponentNameFailsWithStatus) {
     EXPECT_TRUE(log.contains("MediaCodec", "OMX.acme.audio.decoder.xyz"));
 
     codec = MediaCodec::CreateByType(mLooper, "audio/x-no-such-thing", false, &err);
-    EXPECT_EQ(nullptr, codec.get());
-    EXPECT_EQ(NAME_NOT_FOUND, err);
-
-    codec = MediaCodec::CreateByType(mLooper, "audio/mpeg", true /* encoder */, &err);
     EXPECT_EQ(nullptr, codec.get());
     EXPECT_EQ(NAME_NOT_FOUND, err);
 }
