@@ -55,7 +55,6 @@ TEST(MediaBufferTest, ResetClearsMetaAndRestoresTheFullRange) {
 TEST(MediaBufferDeathTest, RangeOutsideTheBufferAborts) {
     MediaBuffer* buffer = new MediaBuffer(100);
     EXPECT_DEATH(buffer->set_range(1, 100), "CHECK\\(offset \\+ length <= mSize\\) failed\\.");
-    EXPECT_DEATH(buffer->set_range(101, 0), "CHECK\\(offset \\+ length <= mSize\\) failed\\.");
     // Would wrap around to a small sum.
     EXPECT_DEATH(buffer->set_range(SIZE_MAX, 2), "CHECK\\(offset \\+ length <= mSize\\) failed\\.");
     buffer->release();
