@@ -228,12 +228,11 @@ TEST(AudioDecoderFormatTest, FormatIsBuiltOnceAndKeepsTrackEntries) {
     ASSERT_EQ(OK, decoder->start(nullptr));
     sp<MetaData> first = decoder->getFormat();
     ASSERT_NE(nullptr, first.get());
-    int32_t rate = 0, channels = 0;
+    int32_t rate = 0;
     int64_t durationUs = 0;
     EXPECT_TRUE(first->findInt32(kKeySampleRate, &rate));
     EXPECT_EQ(44100, rate);
-    EXPECT_TRUE(first->findInt32(kKeyChannelCount, &channels));
-    EXPECT_EQ(2, channels);
+    EXPECT_EQ(2, channelsOf(decoder));
     EXPECT_TRUE(first->findInt64(kKeyDuration, &durationUs));
     EXPECT_NEAR(3000000, durationUs, 50000);
 
@@ -525,13 +524,11 @@ TEST_F(AudioDecoderFlowTest, InputIsDeferredAboveTwentyQueuedBuffers) {
     openRedirected("flac16.flac");
     ASSERT_EQ(OK, mDecoder->start(nullptr));
     // The codec offers its input buffers at start; take two of them.
-    sp<AMessage> input1 = nextCallback(MediaCodec::CB_INPUT_AVAILABLE);
-    sp<AMessage> input2 = nextCallback(MediaCodec::CB_INPUT_AVAILABLE);
-    ASSERT_NE(nullptr, input1.get());
-    ASSERT_NE(nullptr, input2.get());
     int32_t index1 = -1, index2 = -1;
-    ASSERT_TRUE(input1->findInt32("index", &index1));
-    ASSERT_TRUE(input2->findInt32("index", &index2));
+    for (int32_t *index : {&index1, &index2}) {
+        sp<AMessage> input = nextCallback(MediaCodec::CB_INPUT_AVAILABLE);
+        ASSERT_TRUE(input != nullptr && input->findInt32("index", index));
+    }
 
     for (int i = 0; i < 21; ++i) {
         MediaBufferBase *b = MediaBufferBase::Create(4);
@@ -747,10 +744,8 @@ TEST(AudioDecoderRawTest, LargeSamplesAreReadWholeAndTheLastIsDropped) {
     // the end.
     const std::vector<uint8_t> ref = referenceDecode(path, "s16le");
     ASSERT_EQ(88200u * 4, ref.size());
-    ASSERT_EQ(4u, d.sizes.size());
-    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(80000u, d.sizes[i]);
+    ASSERT_EQ(std::vector<size_t>(4, 80000u), d.sizes);
     EXPECT_TRUE(std::equal(d.pcm.begin(), d.pcm.end(), ref.begin()));
-    EXPECT_EQ(80000u * 4, d.pcm.size());
     for (size_t i = 0; i < d.timesUs.size(); ++i) {
         EXPECT_NEAR(i * 20000 * 1000000.0 / 44100, (double)d.timesUs[i], 1000.0);
     }
