@@ -126,7 +126,6 @@ TEST_F(MediaBufferCacheTest, EarlierWhileBackwardSplicesInFrontAndJoinsAtReadPos
     mOwner->rewind(0);
     // The cursor was one ahead.
     EXPECT_EQ((Times{1060000, 1040000, 1020000}), readTimes(3, false));
-    EXPECT_EQ(1020000, in().readPosUs());
 
     // A refill decoded from 900 ms is spliced in front, in time order.
     append(900000);
@@ -155,7 +154,6 @@ TEST_F(MediaBufferCacheTest, DrainedFrontWhileRewindingWarnsAndJoinsAtTheFront) 
     mOwner->rewind(0);
     // The front of the stretch, returned again at the front.
     EXPECT_EQ((Times{1000000, 1000000}), readTimes(2, false));
-    EXPECT_EQ(1000000, in().readPosUs());
 
     LogCapture log;
     append(960000);
@@ -173,7 +171,6 @@ TEST_F(MediaBufferCacheTest, EarlierWhileBackwardWithPendingTargetOnlyWarns) {
     EXPECT_EQ(1800000, mCache->setNextReadPosUs(1834567));
     append(1500000);  // ends before the target: the reader stays invalid
     EXPECT_TRUE(mCache->isReadBufferInvalid());
-    EXPECT_EQ(1800000, in().readPosUs());
     mOwner->rewind(0);
     LogCapture log;
     append(1400000);
@@ -191,8 +188,7 @@ TEST_F(MediaBufferCacheTest, FirstBufferAndPendingTargets) {
 
     // A target the buffer does not reach keeps the reader invalid; later
     // buffers take it once one hits.
-    mCache->setNextReadPosUs(1500000);
-    EXPECT_EQ(1500000, in().readPosUs());
+    EXPECT_EQ(1500000, mCache->setNextReadPosUs(1500000));
     append(1000000);
     EXPECT_TRUE(mCache->isReadBufferInvalid());
     append(1300000);
@@ -221,7 +217,6 @@ TEST_F(MediaBufferCacheTest, ReadsAtBothEndsRepeatTheEndBuffer) {
     // Each end is handed out again when the reader is already on it.
     EXPECT_EQ((Times{0, 20000, 40000, 40000}), readTimes(4, true));
     EXPECT_EQ((Times{40000, 20000, 0, 0}), readTimes(4, false));
-    EXPECT_EQ(0, in().readPosUs());
 }
 
 TEST_F(MediaBufferCacheTest, SeekingFollowsTheGridAndTheSmallMoveRule) {
@@ -251,7 +246,6 @@ TEST_F(MediaBufferCacheTest, SeekingFollowsTheGridAndTheSmallMoveRule) {
     // Read position 0 re-seeks even for a tiny move.
     in().setReadPosUs(0);
     EXPECT_EQ(1080000, mCache->setNextReadPosUs(1200000));
-    EXPECT_EQ(1080000, in().readPosUs());
 }
 
 TEST_F(MediaBufferCacheTest, UpdateReadPositionReportsAGap) {
@@ -315,7 +309,6 @@ TEST_F(MediaBufferCacheMemoryTest, ForwardRecyclesTheOldestBufferOfTheStretch) {
     EXPECT_EQ(59u << 20, in().cachedBytes());
     readTime(true);  // reader moves off the first buffer
     append(bigTime(59), kBigFrames);
-    EXPECT_EQ(59u, in().activeCount());
     EXPECT_EQ(59u << 20, in().cachedBytes());
     // The first buffer left the list, but it is still being played: the new
     // audio went to other memory.
@@ -329,7 +322,6 @@ TEST_F(MediaBufferCacheMemoryTest, ForwardRecyclesTheOldestBufferOfTheStretch) {
     in().setReadPosUs(0);
     mCache->setNextReadPosUs(bigTime(1) + 200000);  // grid target inside the front buffer
     append(bigTime(60), kBigFrames);
-    EXPECT_EQ(60u, in().activeCount());
     EXPECT_EQ(60u << 20, in().cachedBytes());
 
     // Over the limit a returned buffer is destroyed, not kept.
@@ -348,7 +340,6 @@ TEST_F(MediaBufferCacheMemoryTest, BackwardRecyclesTheNewestBuffer) {
     // An earlier buffer while backward takes the tail out of the list; the
     // tail is the buffer in play, so its memory stays with the reader.
     append(bigTime(0), kBigFrames);
-    EXPECT_EQ(59u, in().activeCount());
     EXPECT_EQ(59u << 20, in().cachedBytes());
     EXPECT_EQ(bigTime(0), in().times().front());
     EXPECT_EQ(bigTime(67), in().times().back());

@@ -25,6 +25,7 @@
 #include <functional>
 #include <fstream>
 #include <map>
+#include <numeric>
 #include <random>
 #include <set>
 #include <string>
@@ -199,7 +200,7 @@ TEST(TimedEventQueueOrderTest, RandomPostsAndCancelsKeepTheInvariants) {
     queue.start();
     std::vector<bool> cancelled(kEvents, false);
     std::vector<int> order(kEvents);
-    for (int i = 0; i < kEvents; ++i) order[i] = i;
+    std::iota(order.begin(), order.end(), 0);
     std::shuffle(order.begin(), order.end(), rng);
     for (int k = 0; k < kEvents / 3; ++k) {
         const int i = order[k];
@@ -210,20 +211,15 @@ TEST(TimedEventQueueOrderTest, RandomPostsAndCancelsKeepTheInvariants) {
     }
     queue.stop(true);
 
-    std::vector<int> fired = log.tags();
-    std::vector<int> timesFired(kEvents, 0);
-    for (int t : fired) ++timesFired[t];
-    for (int i = 0; i < kEvents; ++i) {
-        EXPECT_EQ(timesFired[i] + int(cancelled[i]), 1) << "event " << i;
-        EXPECT_EQ(posted[i].event->eventID(), 0);
-    }
+    // Each event not cancelled fires once, in the queue's order; no other.
+    for (const Posted& p : posted) EXPECT_EQ(p.event->eventID(), 0);
     std::vector<int> expected;
     for (int i = 0; i < kEvents; ++i) {
         if (!cancelled[i]) expected.push_back(i);
     }
     std::stable_sort(expected.begin(), expected.end(),
                      [&](int a, int b) { return posted[a].dueUs < posted[b].dueUs; });
-    EXPECT_EQ(fired, expected);
+    EXPECT_EQ(log.tags(), expected);
     for (const Firing& f : log.firings()) {
         const int64_t due = posted[f.tag].dueUs;
         if (due > 0 && due != INT64_MAX) {

@@ -110,11 +110,6 @@ sp<AMessage> MessageCollector::next(std::chrono::milliseconds timeout) {
     return msg;
 }
 
-size_t MessageCollector::count() {
-    Mutex::Autolock l(mLock);
-    return mMessages.size();
-}
-
 void LooperGate::close(const sp<ALooper> &looper) {
     looper->registerHandler(this);
     (new AMessage('gate', this))->post();

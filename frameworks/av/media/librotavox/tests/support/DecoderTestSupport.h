@@ -102,7 +102,6 @@ std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int
 struct MessageCollector : public AHandler {
     // Waits for the next message; null on time-out.
     sp<AMessage> next(std::chrono::milliseconds timeout = std::chrono::seconds(10));
-    size_t count();
 
 protected:
     void onMessageReceived(const sp<AMessage> &msg) override;

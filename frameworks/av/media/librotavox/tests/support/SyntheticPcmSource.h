@@ -60,7 +60,6 @@ public:
     bool waitForReadsEntered(int count, int timeoutMs = 10000);
 
     std::vector<SyntheticReadRecord> records() const;
-    int readsEntered() const;
     int stopCount() const;
 
     const SyntheticPcmConfig& config() const { return mConfig; }
