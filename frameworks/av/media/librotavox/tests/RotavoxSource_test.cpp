@@ -2,15 +2,12 @@
 // their own frame index: direction, rate, cache filling and the source's
 // parameters.  Waits on the looper are bounded polls of observable state.
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -33,14 +30,10 @@ namespace {
 using testing::LogCapture;
 using testing::SyntheticPcmConfig;
 using testing::SyntheticPcmSource;
-using testing::stretched;
+using testing::waitUntil;
 
 const char* kTag = "RotavoxSource";
 const char* kProperty = "media.rotavox.cache-params";
-
-bool waitUntil(const std::function<bool()>& done, int timeoutMs = 10000) {
-    return testing::waitUntil(done, std::chrono::milliseconds(timeoutMs));
-}
 
 // Upstream PCM at |rate| Hz in buffers of |framesPerBuffer|, |totalFrames| long.
 SyntheticPcmConfig pcm(int32_t rate, int64_t framesPerBuffer, int64_t totalFrames) {
@@ -122,14 +115,13 @@ TEST_F(RotavoxSourceTest, CacheParametersFromPropertyAndString) {
             {"-1/-1/-1", NULL, d[0], d[1], d[2], NULL},
             {"1/2", NULL, d[0], d[1], d[2], "1/2"},
     };
-    SyntheticPcmConfig config;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.params != NULL ? c.params : c.property);
         if (c.property != NULL) {
             ASSERT_EQ(0, property_set(kProperty, c.property));
         }
         LogCapture log;
-        make(config, c.params);
+        make(SyntheticPcmConfig(), c.params);
         EXPECT_EQ(c.low, mSource->getCacheLowWaterUs());
         EXPECT_EQ(c.high, mSource->getCacheHighWaterUs());
         EXPECT_EQ(c.preroll, mSource->getCachePrerollUs());
@@ -185,7 +177,7 @@ TEST_F(RotavoxSourceTest, ForwardAtNormalSpeedIsTheInputShiftedByOneFrame) {
             while (frames.size() / channels < 48000u * 2) {
                 ASSERT_EQ(OK, readOnce(NULL, &frames));
             }
-            const int64_t modulus = SyntheticPcmSource::frameModulus(format);
+            const int64_t modulus = format == AUDIO_FORMAT_PCM_8_BIT ? 256 : 65536;
             for (size_t k = 0; k < frames.size() / channels; ++k) {
                 const int64_t got =
                         SyntheticPcmSource::frameOf(format, &frames[k * channels], channels);
@@ -626,7 +618,8 @@ protected:
     // only guards against a hang.
     void settle() {
         RotavoxSourceInspector in(mSource);
-        ASSERT_TRUE(waitUntil([&] { return !in.decoding(); }, 300000)) << "decoder never settled";
+        ASSERT_TRUE(waitUntil([&] { return !in.decoding(); }, std::chrono::minutes(5)))
+                << "decoder never settled";
     }
 
     struct Step {
@@ -647,10 +640,9 @@ protected:
     std::string play(const std::vector<Step>& steps) {
         const int64_t kMarginFrames = 70000;
         const int kLongestJump = 64;  // frames between two far places
-        std::vector<int64_t>& history = mHistory;
         auto note = [&](int64_t us) {
-            history.push_back(us * kRate / 1000000);
-            if (history.size() > 32) history.erase(history.begin());
+            mHistory.push_back(us * kRate / 1000000);
+            if (mHistory.size() > 32) mHistory.erase(mHistory.begin());
         };
         int64_t output = 0;
         for (const Step& step : steps) {
@@ -677,13 +669,13 @@ protected:
                 for (size_t k = 0; k < frames && outside.empty(); ++k) {
                     const int64_t index = indexOf(s + 2 * k);
                     bool near = false;
-                    for (int64_t p : history) near |= std::abs(index - p) <= kMarginFrames;
+                    for (int64_t p : mHistory) near |= std::abs(index - p) <= kMarginFrames;
                     mAwayRun = near ? 0 : mAwayRun + 1;
                     if (mAwayRun > kLongestJump) {
                         outside = "output frames up to " + std::to_string(output + k) +
                                   " come from around frame " + std::to_string(index) +
-                                  ", the play was at " + std::to_string(history.front()) +
-                                  ".." + std::to_string(history.back());
+                                  ", the play was at " + std::to_string(mHistory.front()) +
+                                  ".." + std::to_string(mHistory.back());
                     }
                 }
                 output += frames;
@@ -766,7 +758,7 @@ TEST_F(RotavoxSourceDeathTest, AbortsOnBrokenContracts) {
                     } else {
                         mSource->setPosition(0);
                     }
-                    waitUntil([] { return false; }, 5000);
+                    waitUntil([] { return false; }, std::chrono::seconds(5));
                 },
                 std::string("frameworks/av/media/librotavox/") + c.abort);
     }

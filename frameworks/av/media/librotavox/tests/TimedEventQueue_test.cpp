@@ -78,7 +78,6 @@ public:
         for (const Firing& f : firings()) t.push_back(f.tag);
         return t;
     }
-    size_t size() const { return firings().size(); }
 
 private:
     mutable Mutex mLock;  // guards mFirings
@@ -96,6 +95,7 @@ public:
         if (mAction) mAction(queue, this);
         mLog->add({mTag, nowUs, ALooper::GetNowUs()});
     }
+    int tag() const { return mTag; }
 
 private:
     FireLog* mLog;
@@ -111,7 +111,6 @@ std::set<pid_t> queueNamedThreads() {
     DIR* dir = opendir("/proc/self/task");
     if (dir == nullptr) return tids;
     while (dirent* d = readdir(dir)) {
-        if (d->d_name[0] == '.') continue;
         std::ifstream comm(std::string("/proc/self/task/") + d->d_name + "/comm");
         std::string name;
         std::getline(comm, name);
@@ -251,37 +250,30 @@ TEST(TimedEventQueueCancelTest, IdsThatMatchNothing) {
     // One of the two items is left; it fires once.
     queue.start();
     ASSERT_TRUE(log.waitForCount(1));
-    sp<TestEvent> f = new TestEvent(&log, 2);
-    const auto fid = queue.postEvent(f);
+    const auto fid = queue.postEvent(new TestEvent(&log, 2));
     queue.stop(true);
     EXPECT_EQ(log.tags(), (std::vector<int>{1, 2}));
     EXPECT_FALSE(queue.cancelEvent(fid));  // already fired
 }
 
-struct TagIs {
-    std::function<bool(int)> accept;
-    std::map<const TimedEventQueue::Event*, int> tags;
-};
-
+// The cookie is a std::function<bool(int)> taking the event's tag.
 bool MatchTag(void* cookie, const sp<TimedEventQueue::Event>& event) {
-    TagIs* t = static_cast<TagIs*>(cookie);
-    return t->accept(t->tags[event.get()]);
+    return (*static_cast<std::function<bool(int)>*>(cookie))(
+            static_cast<TestEvent*>(event.get())->tag());
 }
 
 TEST(TimedEventQueueCancelTest, CancelEventsByPredicate) {
     TimedEventQueue queue;
     FireLog log;
-    TagIs match;
     std::vector<sp<TestEvent>> events;
     for (int i = 0; i < 6; ++i) {
         events.push_back(new TestEvent(&log, i));
-        match.tags[events.back().get()] = i;
         queue.postEvent(events.back());
     }
-    match.accept = [](int tag) { return tag % 2 == 0; };
+    std::function<bool(int)> match = [](int tag) { return tag % 2 == 0; };
     queue.cancelEvents(MatchTag, &match, false);
 
-    match.accept = [](int) { return true; };
+    match = [](int) { return true; };
     queue.cancelEvents(MatchTag, &match, true);  // only the first that is left
     EXPECT_EQ(events[1]->eventID(), 0);
 
@@ -340,7 +332,7 @@ TEST(TimedEventQueueFireTest, AnEventRepostsItselfFromFire) {
     queue.start();
     ASSERT_TRUE(log.waitForCount(3));
     queue.stop(true);  // drains: nothing more was queued
-    EXPECT_EQ(log.size(), 3u);
+    EXPECT_EQ(log.firings().size(), 3u);
     EXPECT_EQ(idsDuringFire, (std::vector<TimedEventQueue::event_id>{0, 0, 0}));
     ASSERT_EQ(reposted.size(), 2u);
     EXPECT_GT(reposted[0], firstId);
@@ -408,7 +400,7 @@ TEST(TimedEventQueueThreadTest, EventsWaitForAThreadAndStopWithoutFlushDropsThem
     EXPECT_FALSE(queue.cancelEvent(farId));
 
     queue.postEvent(new TestEvent(&log, 4));
-    EXPECT_EQ(log.size(), 1u);  // no thread runs after stop
+    EXPECT_EQ(log.firings().size(), 1u);  // no thread runs after stop
     queue.start();
     ASSERT_TRUE(log.waitForCount(2));
     queue.stop(false);
@@ -499,7 +491,7 @@ TEST_F(TimedEventQueueWakeLockTest, StopGivesTheLockBackOnceAndResetsTheCount) {
     EXPECT_EQ(mPower->acquireRequests(), 1);
     EXPECT_EQ(mPower->releaseRequests(), 1);
     EXPECT_TRUE(mPower->heldWakeLocks().empty());
-    EXPECT_EQ(mLog.size(), 0u);
+    EXPECT_EQ(mLog.firings().size(), 0u);
 
     // The count is 0 again: the next far event asks the service anew.
     const auto id = queue.postEventWithDelay(new TestEvent(&mLog, 3), 10000000);
@@ -511,7 +503,7 @@ TEST_F(TimedEventQueueWakeLockTest, StopGivesTheLockBackOnceAndResetsTheCount) {
     queue.start();
     queue.postEventWithDelay(new TestEvent(&mLog, 4), 1000);
     queue.stop(true);
-    EXPECT_EQ(mLog.size(), 1u);
+    EXPECT_EQ(mLog.firings().size(), 1u);
     EXPECT_EQ(mPower->acquireRequests(), 3);
     EXPECT_EQ(mPower->releaseRequests(), 3);
     EXPECT_TRUE(mPower->heldWakeLocks().empty());
@@ -600,7 +592,7 @@ TEST_F(TimedEventQueueWakeLockTest, ServiceDeathWhileHeld) {
     host::killService(kPower);
     host::flushBinderThread();
     EXPECT_EQ(reborn->releaseRequests(), 2);
-    EXPECT_EQ(mLog.size(), 0u);
+    EXPECT_EQ(mLog.firings().size(), 0u);
 }
 
 }  // namespace
