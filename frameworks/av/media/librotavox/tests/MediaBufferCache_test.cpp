@@ -29,6 +29,8 @@ const char* kTag = "RotavoxSource";
 const size_t kFrames = 960;
 const int64_t kBufferUs = 20000;
 
+typedef std::vector<int64_t> Times;
+
 class MediaBufferCacheTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -61,6 +63,11 @@ protected:
         EXPECT_EQ("", inPlayIntact());
         return mInPlayTime;
     }
+    Times readTimes(int n, bool forward) {
+        Times t;
+        while (n-- > 0) t.push_back(readTime(forward));
+        return t;
+    }
     // The buffer in play must hold its audio until the next read, whatever
     // the cache did meanwhile.
     std::string inPlayIntact() const { return testing::timedBufferIntact(mInPlay, mInPlayTime); }
@@ -73,8 +80,6 @@ protected:
     MediaBuffer* mInPlay = NULL;
     int64_t mInPlayTime = -1;
 };
-
-typedef std::vector<int64_t> Times;
 
 TEST_F(MediaBufferCacheTest, UnknownFormatIsReported) {
     LogCapture log;
@@ -117,14 +122,10 @@ TEST_F(MediaBufferCacheTest, AppendOrdersLaterDuplicateAndEarlierWhileForward) {
 TEST_F(MediaBufferCacheTest, EarlierWhileBackwardSplicesInFrontAndJoinsAtReadPosition) {
     for (int64_t t = 1000000; t <= 1200000; t += kBufferUs) append(t);
     // The first buffer became the reader (read position 0 lies before it).
-    EXPECT_EQ(1000000, readTime(true));
-    EXPECT_EQ(1020000, readTime(true));
-    EXPECT_EQ(1040000, readTime(true));
+    EXPECT_EQ((Times{1000000, 1020000, 1040000}), readTimes(3, true));
     mOwner->rewind(0);
-    EXPECT_EQ(1060000, readTime(false));  // the cursor was one ahead
-    EXPECT_EQ(1040000, readTime(false));
-    EXPECT_EQ(1020000, readTime(false));
-    EXPECT_EQ(1020000, in().readPosUs());
+    // The cursor was one ahead.
+    EXPECT_EQ((Times{1060000, 1040000, 1020000}), readTimes(3, false));
 
     // A refill decoded from 900 ms is spliced in front, in time order.
     append(900000);
@@ -144,17 +145,15 @@ TEST_F(MediaBufferCacheTest, EarlierWhileBackwardSplicesInFrontAndJoinsAtReadPos
     for (int64_t t = 1040000; t <= 1240000; t += kBufferUs) append(t);
     EXPECT_EQ("", inPlayIntact());
     // The reader starts again at the joined buffer and walks back.
-    EXPECT_EQ(1020000, readTime(false));
-    EXPECT_EQ(1000000, readTime(false));
+    EXPECT_EQ((Times{1020000, 1000000}), readTimes(2, false));
     expectSane();
 }
 
 TEST_F(MediaBufferCacheTest, DrainedFrontWhileRewindingWarnsAndJoinsAtTheFront) {
     for (int64_t t = 1000000; t <= 1060000; t += kBufferUs) append(t);
     mOwner->rewind(0);
-    EXPECT_EQ(1000000, readTime(false));  // front of the stretch
-    EXPECT_EQ(1000000, readTime(false));  // returned again at the front
-    EXPECT_EQ(1000000, in().readPosUs());
+    // The front of the stretch, returned again at the front.
+    EXPECT_EQ((Times{1000000, 1000000}), readTimes(2, false));
 
     LogCapture log;
     append(960000);
@@ -164,8 +163,7 @@ TEST_F(MediaBufferCacheTest, DrainedFrontWhileRewindingWarnsAndJoinsAtTheFront) 
     append(1000000);
     EXPECT_EQ((Times{960000, 980000, 1000000}), in().times());
     EXPECT_EQ(960000, mCache->getCacheStartTimeUs());  // joined at the front
-    EXPECT_EQ(1000000, readTime(false));
-    EXPECT_EQ(980000, readTime(false));
+    EXPECT_EQ((Times{1000000, 980000}), readTimes(2, false));
     expectSane();
 }
 
@@ -173,7 +171,6 @@ TEST_F(MediaBufferCacheTest, EarlierWhileBackwardWithPendingTargetOnlyWarns) {
     EXPECT_EQ(1800000, mCache->setNextReadPosUs(1834567));
     append(1500000);  // ends before the target: the reader stays invalid
     EXPECT_TRUE(mCache->isReadBufferInvalid());
-    EXPECT_EQ(1800000, in().readPosUs());
     mOwner->rewind(0);
     LogCapture log;
     append(1400000);
@@ -191,8 +188,7 @@ TEST_F(MediaBufferCacheTest, FirstBufferAndPendingTargets) {
 
     // A target the buffer does not reach keeps the reader invalid; later
     // buffers take it once one hits.
-    mCache->setNextReadPosUs(1500000);
-    EXPECT_EQ(1500000, in().readPosUs());
+    EXPECT_EQ(1500000, mCache->setNextReadPosUs(1500000));
     append(1000000);
     EXPECT_TRUE(mCache->isReadBufferInvalid());
     append(1300000);
@@ -218,15 +214,9 @@ TEST_F(MediaBufferCacheTest, FirstBufferAndPendingTargets) {
 TEST_F(MediaBufferCacheTest, ReadsAtBothEndsRepeatTheEndBuffer) {
     EXPECT_EQ(-1, readTime(true));
     for (int64_t t = 0; t < 60000; t += kBufferUs) append(t);
-    EXPECT_EQ(0, readTime(true));
-    EXPECT_EQ(20000, readTime(true));
-    EXPECT_EQ(40000, readTime(true));
-    EXPECT_EQ(40000, readTime(true));  // tail
-    EXPECT_EQ(40000, readTime(false));
-    EXPECT_EQ(20000, readTime(false));
-    EXPECT_EQ(0, readTime(false));
-    EXPECT_EQ(0, readTime(false));  // front of the stretch
-    EXPECT_EQ(0, in().readPosUs());
+    // Each end is handed out again when the reader is already on it.
+    EXPECT_EQ((Times{0, 20000, 40000, 40000}), readTimes(4, true));
+    EXPECT_EQ((Times{40000, 20000, 0, 0}), readTimes(4, false));
 }
 
 TEST_F(MediaBufferCacheTest, SeekingFollowsTheGridAndTheSmallMoveRule) {
@@ -256,7 +246,6 @@ TEST_F(MediaBufferCacheTest, SeekingFollowsTheGridAndTheSmallMoveRule) {
     // Read position 0 re-seeks even for a tiny move.
     in().setReadPosUs(0);
     EXPECT_EQ(1080000, mCache->setNextReadPosUs(1200000));
-    EXPECT_EQ(1080000, in().readPosUs());
 }
 
 TEST_F(MediaBufferCacheTest, UpdateReadPositionReportsAGap) {
@@ -320,7 +309,6 @@ TEST_F(MediaBufferCacheMemoryTest, ForwardRecyclesTheOldestBufferOfTheStretch) {
     EXPECT_EQ(59u << 20, in().cachedBytes());
     readTime(true);  // reader moves off the first buffer
     append(bigTime(59), kBigFrames);
-    EXPECT_EQ(59u, in().activeCount());
     EXPECT_EQ(59u << 20, in().cachedBytes());
     // The first buffer left the list, but it is still being played: the new
     // audio went to other memory.
@@ -334,7 +322,6 @@ TEST_F(MediaBufferCacheMemoryTest, ForwardRecyclesTheOldestBufferOfTheStretch) {
     in().setReadPosUs(0);
     mCache->setNextReadPosUs(bigTime(1) + 200000);  // grid target inside the front buffer
     append(bigTime(60), kBigFrames);
-    EXPECT_EQ(60u, in().activeCount());
     EXPECT_EQ(60u << 20, in().cachedBytes());
 
     // Over the limit a returned buffer is destroyed, not kept.
@@ -353,7 +340,6 @@ TEST_F(MediaBufferCacheMemoryTest, BackwardRecyclesTheNewestBuffer) {
     // An earlier buffer while backward takes the tail out of the list; the
     // tail is the buffer in play, so its memory stays with the reader.
     append(bigTime(0), kBigFrames);
-    EXPECT_EQ(59u, in().activeCount());
     EXPECT_EQ(59u << 20, in().cachedBytes());
     EXPECT_EQ(bigTime(0), in().times().front());
     EXPECT_EQ(bigTime(67), in().times().back());

@@ -49,19 +49,14 @@ Decoded drain(const sp<AudioDecoder> &decoder, int maxReads,
               const MediaSource::ReadOptions *firstOptions) {
     Decoded d;
     int endsInARow = 0;
-    while (d.reads < maxReads) {
+    for (int reads = 0; reads < maxReads; ++reads) {
         MediaBufferBase *buffer = reinterpret_cast<MediaBufferBase *>(0x1);
-        status_t err = decoder->read(&buffer, d.reads == 0 ? firstOptions : nullptr);
-        ++d.reads;
+        status_t err = decoder->read(&buffer, reads == 0 ? firstOptions : nullptr);
         d.lastStatus = err;
-        if (err == ERROR_END_OF_STREAM) {
-            EXPECT_EQ(nullptr, buffer);
-            if (++endsInARow == 2) break;
-            continue;
-        }
         if (err != OK) {
             EXPECT_EQ(nullptr, buffer);
-            break;
+            if (err != ERROR_END_OF_STREAM || ++endsInARow == 2) break;
+            continue;
         }
         endsInARow = 0;
         const uint8_t *p = static_cast<const uint8_t *>(buffer->data()) + buffer->range_offset();
@@ -108,11 +103,6 @@ sp<AMessage> MessageCollector::next(std::chrono::milliseconds timeout) {
     sp<AMessage> msg = mMessages.front();
     mMessages.pop_front();
     return msg;
-}
-
-size_t MessageCollector::count() {
-    Mutex::Autolock l(mLock);
-    return mMessages.size();
 }
 
 void LooperGate::close(const sp<ALooper> &looper) {

@@ -51,7 +51,6 @@ struct AudioDecoderTestPeer {
     static sp<AHandler> reflector(AudioDecoder *d) { return d->mReflector; }
     static sp<MediaCodec> codec(AudioDecoder *d) { return d->mCodec; }
     static sp<NuMediaExtractor> extractor(AudioDecoder *d) { return d->mExtractor; }
-    static status_t initStatus(AudioDecoder *d) { return d->mInitStatus; }
     static bool seeking(AudioDecoder *d) { return d->mSeeking; }
     static status_t handleAnInputBuffer(AudioDecoder *d, size_t index) {
         return d->handleAnInputBuffer(index);
@@ -86,7 +85,6 @@ struct Decoded {
     std::vector<int64_t> timesUs;
     std::vector<size_t> sizes;
     status_t lastStatus = OK;
-    int reads = 0;
 };
 
 // Reads until the end is reported twice in a row (the decoder may report the
@@ -102,7 +100,6 @@ std::vector<double> toDoubles(const std::vector<uint8_t> &pcm, int32_t pfmt, int
 struct MessageCollector : public AHandler {
     // Waits for the next message; null on time-out.
     sp<AMessage> next(std::chrono::milliseconds timeout = std::chrono::seconds(10));
-    size_t count();
 
 protected:
     void onMessageReceived(const sp<AMessage> &msg) override;

@@ -188,11 +188,6 @@ std::vector<SyntheticReadRecord> SyntheticPcmSource::records() const {
     return mRecords;
 }
 
-int SyntheticPcmSource::readsEntered() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return (int)mRecords.size();
-}
-
 int SyntheticPcmSource::stopCount() const {
     std::lock_guard<std::mutex> lock(mMutex);
     return mStops;

@@ -60,7 +60,6 @@ public:
     bool waitForReadsEntered(int count, int timeoutMs = 10000);
 
     std::vector<SyntheticReadRecord> records() const;
-    int readsEntered() const;
     int stopCount() const;
 
     const SyntheticPcmConfig& config() const { return mConfig; }
@@ -72,9 +71,6 @@ public:
     // 16-bit output frame carries, checked for consistency between channels;
     // -1 when the channels disagree.
     static int64_t frameOf(audio_format_t format, const int16_t* frame, int channels);
-    static int64_t frameModulus(audio_format_t format) {
-        return format == AUDIO_FORMAT_PCM_8_BIT ? 256 : 65536;
-    }
 
     int64_t timeOfFrame(int64_t frame) const {
         return frame * 1000000 / mConfig.sampleRate;
