@@ -51,17 +51,4 @@ public class RotavoxBindingTest {
             r.release();
         }
     }
-
-    @Test
-    public void prepareThenResetThenReuse() {
-        Rotavox r = new Rotavox();
-        assertEquals(0, r.setDataSource(fixture("flac16.flac")));
-        assertEquals(0, r.prepare());
-        assertEquals(0, r.prepare());  // already prepared
-        r.reset();
-        assertEquals(-1L, r.getPositionUs());
-        assertEquals(0, r.setDataSource(fixture("wav16.wav")));
-        assertEquals(0, r.prepareAsync());
-        r.release();
-    }
 }
