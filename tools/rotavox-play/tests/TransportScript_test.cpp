@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <vector>
+
 #include "TransportScript.h"
 
 namespace rotavox {
@@ -12,19 +15,16 @@ TEST(TransportScriptTest, ParsesEveryOperationInTimeOrder) {
             " 3.5:stop; 0:forward 1000;2:rewind 1000 ; 1.25 : rate -250; 2:seek 1500; 2.5:pause;",
             &ops, &error))
             << error;
-    ASSERT_EQ(6u, ops.size());
-    EXPECT_EQ(TransportOp::kForward, ops[0].kind);
-    EXPECT_EQ(1000, ops[0].arg);
-    EXPECT_EQ(TransportOp::kRate, ops[1].kind);
-    EXPECT_DOUBLE_EQ(1.25, ops[1].timeS);
-    EXPECT_EQ(-250, ops[1].arg);
-    // Equal times keep the order they were written in.
-    EXPECT_EQ(TransportOp::kRewind, ops[2].kind);
-    EXPECT_EQ(TransportOp::kSeek, ops[3].kind);
-    EXPECT_EQ(1500, ops[3].arg);
-    EXPECT_EQ(TransportOp::kPause, ops[4].kind);
-    EXPECT_EQ(TransportOp::kStop, ops[5].kind);
-    EXPECT_DOUBLE_EQ(3.5, ops[5].timeS);
+    using Op = std::tuple<double, TransportOp::Kind, int64_t>;
+    std::vector<Op> got;
+    for (const TransportOp& op : ops) got.emplace_back(op.timeS, op.kind, op.arg);
+    const std::vector<Op> want = {
+            {0, TransportOp::kForward, 1000}, {1.25, TransportOp::kRate, -250},
+            // Equal times keep the order they were written in.
+            {2, TransportOp::kRewind, 1000},  {2, TransportOp::kSeek, 1500},
+            {2.5, TransportOp::kPause, 0},    {3.5, TransportOp::kStop, 0},
+    };
+    EXPECT_EQ(want, got);
 }
 
 TEST(TransportScriptTest, AnEmptyScriptHasNoOperations) {
